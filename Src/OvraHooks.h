@@ -1,0 +1,16 @@
+// OvraHooks.h - private start-up and shutdown hooks of the library's facilities,
+// called in a fixed order by OvraInitialize/OvraUninitialize (Src/Ovra.cpp).
+#ifndef OVRA_SRC_OVRAHOOKS_H
+#define OVRA_SRC_OVRAHOOKS_H
+
+struct SAllocator;
+
+bool MemInit(SAllocator* allocator);  // installs a complete allocator record
+void MemTerm();                       // restores malloc/realloc/free
+bool SyncInit();
+void SyncTerm();
+bool DebugInit();
+void DebugTerm();
+void PSTerm();
+
+#endif

@@ -1,0 +1,81 @@
+// Tests of the counters and of the timed-wait deadline arithmetic.
+#include "OvraSync.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+namespace {
+
+TEST(AtomicTest, IncrementAndDecrementReturnTheNewValue) {
+  long v = 5;
+  EXPECT_EQ(OvraAtomicIncrement(&v), 6);
+  EXPECT_EQ(v, 6);
+  EXPECT_EQ(OvraAtomicDecrement(&v), 5);
+  EXPECT_EQ(v, 5);
+}
+
+TEST(AtomicTest, DecrementOfOneIsZeroAndOfZeroIsMinusOne) {
+  long v = 1;
+  EXPECT_EQ(OvraAtomicDecrement(&v), 0);
+  EXPECT_EQ(OvraAtomicDecrement(&v), -1);
+  EXPECT_EQ(v, -1);
+}
+
+TEST(AtomicTest, CountersWrapAt32BitsOnEveryPlatform) {
+  long v = 2147483647L;
+  EXPECT_EQ(OvraAtomicIncrement(&v), -2147483647L - 1);
+  EXPECT_EQ(OvraAtomicDecrement(&v), 2147483647L);
+}
+
+TEST(AtomicTest, TwoThreadsIncrementingAMillionTimesEachLoseNothing) {
+  long v = 0;
+  auto work = [&v] {
+    for (int i = 0; i < 1000000; ++i) OvraAtomicIncrement(&v);
+  };
+  std::thread a(work), b(work);
+  a.join();
+  b.join();
+  EXPECT_EQ(v, 2000000);
+}
+
+TEST(AtomicTest, ConcurrentIncrementsAndDecrementsCancelOut) {
+  long v = 100;
+  std::thread a([&v] { for (int i = 0; i < 500000; ++i) OvraAtomicIncrement(&v); });
+  std::thread b([&v] { for (int i = 0; i < 500000; ++i) OvraAtomicDecrement(&v); });
+  a.join();
+  b.join();
+  EXPECT_EQ(v, 100);
+}
+
+TEST(DeadlineTest, CarriesMicrosecondsIntoTheNextSecond) {
+  const timespec d = TCondVar::MakeDeadline(12, 999999, 1500);
+  EXPECT_EQ(d.tv_sec, 14);
+  EXPECT_EQ(d.tv_nsec, 499999000);
+}
+
+TEST(DeadlineTest, WholeSecondsAddToSeconds) {
+  const timespec d = TCondVar::MakeDeadline(12, 0, 1000);
+  EXPECT_EQ(d.tv_sec, 13);
+  EXPECT_EQ(d.tv_nsec, 0);
+}
+
+TEST(DeadlineTest, ExactlyOneBillionNanosecondsStaysUnnormalised) {
+  const timespec d = TCondVar::MakeDeadline(12, 500000, 500);
+  EXPECT_EQ(d.tv_sec, 12);
+  EXPECT_EQ(d.tv_nsec, 1000000000);
+}
+
+TEST(DeadlineTest, ZeroTimeoutIsThePresentMoment) {
+  const timespec d = TCondVar::MakeDeadline(1000, 123456, 0);
+  EXPECT_EQ(d.tv_sec, 1000);
+  EXPECT_EQ(d.tv_nsec, 123456000);
+}
+
+TEST(DeadlineTest, LargestTimeoutDoesNotOverflowTheNanoseconds) {
+  const timespec d = TCondVar::MakeDeadline(0, 999999, 2147483647);
+  EXPECT_EQ(d.tv_sec, 2147483 + 1);
+  EXPECT_EQ(d.tv_nsec, 999999000L + 647000000L - 1000000000L);
+}
+
+}  // namespace
