@@ -25,7 +25,9 @@ void* operator new(size_t size) {
   if (void* p = malloc(size ? size : 1)) return p;
   throw std::bad_alloc();
 }
+void* operator new[](size_t size) { return operator new(size); }
 void operator delete(void* p) noexcept { free(p); }
+void operator delete[](void* p) noexcept { free(p); }
 void operator delete(void* p, size_t) noexcept { free(p); }
 
 namespace {
