@@ -28,6 +28,7 @@ void* operator new(size_t size) {
 void* operator new[](size_t size) { return operator new(size); }
 void operator delete(void* p) noexcept { free(p); }
 void operator delete[](void* p) noexcept { free(p); }
+void operator delete[](void* p, size_t) noexcept { free(p); }
 void operator delete(void* p, size_t) noexcept { free(p); }
 
 namespace {
