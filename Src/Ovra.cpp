@@ -11,6 +11,12 @@
 namespace {
 long s_refCount = 0;
 
+// The count is read atomically as well as changed atomically, so that threads
+// joining and leaving a started library never race on it. The test and the
+// change stay two steps: the first start-up and the last shutdown must still
+// not race with other calls.
+long RefCount() { return __atomic_load_n(&s_refCount, __ATOMIC_ACQUIRE); }
+
 // Runs the start-up hooks in their fixed order and stops at the first failure.
 // Each facility's hook is listed here and only here.
 bool StartUpChain(SAllocator* allocator) {
@@ -29,7 +35,7 @@ void ShutDownChain() {
 }  // namespace
 
 bool OvraInitialize(SAllocator* allocator) {
-  if (s_refCount == 0) {
+  if (RefCount() == 0) {
     // No rollback on failure: a later call runs the whole chain again.
     if (!StartUpChain(allocator)) return false;
   }
@@ -38,7 +44,7 @@ bool OvraInitialize(SAllocator* allocator) {
 }
 
 void OvraUninitialize(void) {
-  if (s_refCount <= 0) return;  // unbalanced call: harmless
+  if (RefCount() <= 0) return;  // unbalanced call: harmless
   if (OvraAtomicDecrement(&s_refCount) < 1) {
     ShutDownChain();
   }
