@@ -1,0 +1,300 @@
+// OvraCrt.cpp - character classes, case folding and the 16-bit string
+// routines, the narrow strlcpy/strlcat.
+#include "OvraCrt.h"
+
+#include <stdint.h>
+#include <string.h>
+
+// One entry per code unit 0..127. Each is written out so that the table reads
+// as the ASCII chart it encodes.
+#define OVRA_C kUctypeControl
+#define OVRA_S kUctypeSpace
+#define OVRA_P kUctypePunct
+#define OVRA_D (kUctypeDigit | kUctypeHex)
+#define OVRA_UX (kUctypeUpper | kUctypeHex)
+#define OVRA_U kUctypeUpper
+#define OVRA_LX (kUctypeLower | kUctypeHex)
+#define OVRA_L kUctypeLower
+const unsigned short uctype_map[128] = {
+    // 0x00..0x1F: controls (tab, line feed and the like included)
+    OVRA_C, OVRA_C, OVRA_C, OVRA_C, OVRA_C, OVRA_C, OVRA_C, OVRA_C,
+    OVRA_C, OVRA_C, OVRA_C, OVRA_C, OVRA_C, OVRA_C, OVRA_C, OVRA_C,
+    OVRA_C, OVRA_C, OVRA_C, OVRA_C, OVRA_C, OVRA_C, OVRA_C, OVRA_C,
+    OVRA_C, OVRA_C, OVRA_C, OVRA_C, OVRA_C, OVRA_C, OVRA_C, OVRA_C,
+    // 0x20..0x2F: blank ! " # $ % & ' ( ) * + , - . /
+    OVRA_S, OVRA_P, OVRA_P, OVRA_P, OVRA_P, OVRA_P, OVRA_P, OVRA_P,
+    OVRA_P, OVRA_P, OVRA_P, OVRA_P, OVRA_P, OVRA_P, OVRA_P, OVRA_P,
+    // 0x30..0x3F: 0..9 : ; < = > ?
+    OVRA_D, OVRA_D, OVRA_D, OVRA_D, OVRA_D, OVRA_D, OVRA_D, OVRA_D,
+    OVRA_D, OVRA_D, OVRA_P, OVRA_P, OVRA_P, OVRA_P, OVRA_P, OVRA_P,
+    // 0x40..0x5F: @ A..Z [ \ ] ^ _
+    OVRA_P, OVRA_UX, OVRA_UX, OVRA_UX, OVRA_UX, OVRA_UX, OVRA_UX, OVRA_U,
+    OVRA_U, OVRA_U, OVRA_U, OVRA_U, OVRA_U, OVRA_U, OVRA_U, OVRA_U,
+    OVRA_U, OVRA_U, OVRA_U, OVRA_U, OVRA_U, OVRA_U, OVRA_U, OVRA_U,
+    OVRA_U, OVRA_U, OVRA_U, OVRA_P, OVRA_P, OVRA_P, OVRA_P, OVRA_P,
+    // 0x60..0x7F: ` a..z { | } ~ DEL
+    OVRA_P, OVRA_LX, OVRA_LX, OVRA_LX, OVRA_LX, OVRA_LX, OVRA_LX, OVRA_L,
+    OVRA_L, OVRA_L, OVRA_L, OVRA_L, OVRA_L, OVRA_L, OVRA_L, OVRA_L,
+    OVRA_L, OVRA_L, OVRA_L, OVRA_L, OVRA_L, OVRA_L, OVRA_L, OVRA_L,
+    OVRA_L, OVRA_L, OVRA_L, OVRA_P, OVRA_P, OVRA_P, OVRA_P, OVRA_C,
+};
+#undef OVRA_C
+#undef OVRA_S
+#undef OVRA_P
+#undef OVRA_D
+#undef OVRA_UX
+#undef OVRA_U
+#undef OVRA_LX
+#undef OVRA_L
+
+namespace {
+
+// Flag bits of the conversion behind ucstol and ucstoul.
+constexpr unsigned kConvUnsigned = 1;
+constexpr unsigned kConvNegative = 2;
+constexpr unsigned kConvOverflow = 4;
+constexpr unsigned kConvDigitSeen = 8;
+
+inline int ClassOf(unsigned short ch, int mask) {
+  return ch < 128 ? (uctype_map[ch] & mask) : 0;
+}
+
+inline unsigned short Upper(unsigned short ch) {
+  return (ch >= 'a' && ch <= 'z') ? static_cast<unsigned short>(ch - 32) : ch;
+}
+
+inline unsigned short Lower(unsigned short ch) {
+  return (ch >= 'A' && ch <= 'Z') ? static_cast<unsigned short>(ch + 32) : ch;
+}
+
+// The one text-to-integer conversion. Works on 32 bits whatever the width of
+// long, so that both platforms give the same results.
+uint32_t ucstoxl(const unsigned short* s, unsigned short** endptr, int base, unsigned flags) {
+  const unsigned short* p = s;
+  while (ClassOf(*p, kUctypeSpace)) ++p;
+  if (*p == '-') {
+    flags |= kConvNegative;
+    ++p;
+  } else if (*p == '+') {
+    ++p;
+  }
+  if (base < 0 || base == 1 || base > 36) {
+    if (endptr) *endptr = const_cast<unsigned short*>(s);
+    return 0;
+  }
+  if (base == 0) {
+    if (p[0] == '0' && (p[1] == 'x' || p[1] == 'X'))
+      base = 16;
+    else if (p[0] == '0')
+      base = 8;
+    else
+      base = 10;
+  }
+  if (base == 16 && p[0] == '0' && (p[1] == 'x' || p[1] == 'X')) p += 2;
+
+  const uint32_t ubase = static_cast<uint32_t>(base);
+  const uint32_t limit = 0xFFFFFFFFu / ubase;
+  const uint32_t lastDigit = 0xFFFFFFFFu % ubase;
+  uint32_t value = 0;
+  for (;; ++p) {
+    const unsigned short ch = *p;
+    uint32_t digit;
+    if (ClassOf(ch, kUctypeDigit))
+      digit = static_cast<uint32_t>(ch - '0');
+    else if (ClassOf(ch, kUctypeAlpha))
+      digit = static_cast<uint32_t>(Upper(ch) - 55);
+    else
+      break;
+    if (digit >= ubase) break;
+    flags |= kConvDigitSeen;
+    if (value < limit || (value == limit && digit <= lastDigit))
+      value = value * ubase + digit;
+    else
+      flags |= kConvOverflow;
+  }
+
+  if (!(flags & kConvDigitSeen)) {
+    if (endptr) *endptr = const_cast<unsigned short*>(s);
+    return 0;
+  }
+  // The clamp comes before the sign on purpose: callers rely on "-2147483648"
+  // giving -2147483647 and on an overflowing negative unsigned text giving 1.
+  if ((flags & kConvOverflow) || (!(flags & kConvUnsigned) && value > 0x7FFFFFFFu))
+    value = (flags & kConvUnsigned) ? 0xFFFFFFFFu : 0x7FFFFFFFu;
+  if (endptr) *endptr = const_cast<unsigned short*>(p);
+  if (flags & kConvNegative) value = 0u - value;
+  return value;
+}
+
+}  // namespace
+
+int isuctype(unsigned short ch, int mask) { return ClassOf(ch, mask); }
+
+unsigned short touupper(unsigned short ch) { return Upper(ch); }
+
+unsigned short toulower(unsigned short ch) { return Lower(ch); }
+
+int ovra_isualnum(unsigned short ch) { return ClassOf(ch, kUctypeAlnum); }
+
+int ovra_isudigit(unsigned short ch) { return ClassOf(ch, kUctypeDigit); }
+
+size_t ucslen(const unsigned short* s) {
+  const unsigned short* p = s;
+  while (*p) ++p;
+  return static_cast<size_t>(p - s);
+}
+
+unsigned short* ucscpy(unsigned short* dst, const unsigned short* src) {
+  unsigned short* d = dst;
+  while ((*d++ = *src++) != 0) {
+  }
+  return dst;
+}
+
+unsigned short* ucsncpy(unsigned short* dst, const unsigned short* src, size_t n) {
+  size_t i = 0;
+  for (; i < n && src[i]; ++i) dst[i] = src[i];
+  for (; i < n; ++i) dst[i] = 0;
+  return dst;
+}
+
+unsigned short* ucscat(unsigned short* dst, const unsigned short* src) {
+  unsigned short* end = dst + ucslen(dst);
+  ucscpy(end, src);
+  return end;
+}
+
+int ucscmp(const unsigned short* a, const unsigned short* b) {
+  while (*a && *a == *b) {
+    ++a;
+    ++b;
+  }
+  return static_cast<int>(*a) - static_cast<int>(*b);
+}
+
+int ucsncmp(const unsigned short* a, const unsigned short* b, size_t n) {
+  for (; n; --n, ++a, ++b) {
+    if (*a != *b) return static_cast<int>(*a) - static_cast<int>(*b);
+    if (!*a) break;
+  }
+  return 0;
+}
+
+int ucsicmp(const unsigned short* a, const unsigned short* b) {
+  for (;; ++a, ++b) {
+    const unsigned short ca = Upper(*a);
+    const unsigned short cb = Upper(*b);
+    if (ca != cb || !ca) return static_cast<int>(ca) - static_cast<int>(cb);
+  }
+}
+
+int ucsnicmp(const unsigned short* a, const unsigned short* b, size_t n) {
+  for (; n; --n, ++a, ++b) {
+    const unsigned short ca = Upper(*a);
+    const unsigned short cb = Upper(*b);
+    if (ca != cb) return static_cast<int>(ca) - static_cast<int>(cb);
+    if (!ca) break;
+  }
+  return 0;
+}
+
+unsigned short* ucschr(const unsigned short* s, unsigned short ch) {
+  for (;; ++s) {
+    if (*s == ch) return const_cast<unsigned short*>(s);
+    if (!*s) return nullptr;
+  }
+}
+
+unsigned short* ucsrchr(const unsigned short* s, unsigned short ch) {
+  const unsigned short* found = nullptr;
+  for (;; ++s) {
+    if (*s == ch) found = s;
+    if (!*s) return const_cast<unsigned short*>(found);
+  }
+}
+
+unsigned short* ucspbrk(const unsigned short* s, const unsigned short* set) {
+  for (; *s; ++s) {
+    for (const unsigned short* c = set; *c; ++c)
+      if (*c == *s) return const_cast<unsigned short*>(s);
+  }
+  return nullptr;
+}
+
+unsigned short* ucsstr(const unsigned short* s, const unsigned short* sub) {
+  if (!*s) return nullptr;
+  if (!*sub) return const_cast<unsigned short*>(s);
+  const unsigned short first = *sub;
+  for (; *s; ++s) {
+    if (*s != first) continue;
+    const unsigned short* a = s + 1;
+    const unsigned short* b = sub + 1;
+    while (*b && *a == *b) {
+      ++a;
+      ++b;
+    }
+    if (!*b) return const_cast<unsigned short*>(s);
+    if (!*a) break;  // s ran out first: no later start can match either
+  }
+  return nullptr;
+}
+
+long ucstol(const unsigned short* s, unsigned short** endptr, int base) {
+  return static_cast<long>(static_cast<int32_t>(ucstoxl(s, endptr, base, 0)));
+}
+
+unsigned long ucstoul(const unsigned short* s, unsigned short** endptr, int base) {
+  return static_cast<unsigned long>(ucstoxl(s, endptr, base, kConvUnsigned));
+}
+
+unsigned short* ucsupr(unsigned short* s) {
+  for (unsigned short* p = s; *p; ++p) *p = Upper(*p);
+  return s;
+}
+
+unsigned short* ucslwr(unsigned short* s) {
+  for (unsigned short* p = s; *p; ++p) *p = Lower(*p);
+  return s;
+}
+
+unsigned short* ucsrev(unsigned short* s) {
+  size_t n = ucslen(s);
+  for (size_t i = 0; i < n / 2; ++i) {
+    const unsigned short t = s[i];
+    s[i] = s[n - 1 - i];
+    s[n - 1 - i] = t;
+  }
+  return s;
+}
+
+size_t ucslcpy(unsigned short* dst, const unsigned short* src, size_t size) {
+  const size_t len = ucslen(src);
+  if (size != 0) {
+    const size_t n = len < size ? len : size - 1;
+    memcpy(dst, src, n * sizeof(unsigned short));
+    dst[n] = 0;
+  }
+  return len;
+}
+
+size_t ucslcat(unsigned short* dst, const unsigned short* src, size_t size) {
+  // Deliberately unbounded: existing callers keep the length of dst below size.
+  const size_t len = ucslen(dst);
+  return ucslcpy(dst + len, src, size - len) + len;
+}
+
+size_t strlcpy(char* dst, const char* src, size_t size) noexcept {
+  const size_t len = strlen(src);
+  if (size != 0) {
+    const size_t n = len < size ? len : size - 1;
+    memcpy(dst, src, n);
+    dst[n] = 0;
+  }
+  return len;
+}
+
+size_t strlcat(char* dst, const char* src, size_t size) noexcept {
+  // Same unbounded search for the end of dst as ucslcat.
+  const size_t len = strlen(dst);
+  return strlcpy(dst + len, src, size - len) + len;
+}
