@@ -136,4 +136,75 @@ OVRA_EXTERN_C OVRA_API char* x_strchr(const char* s, int c);
 // The platform's strrchr, with one C signature.
 OVRA_EXTERN_C OVRA_API char* x_strrchr(const char* s, int c);
 
+// ---------------------------------------------------------------------------
+// The ovra_* table
+// ---------------------------------------------------------------------------
+
+// Writable, exported pointers through which application code reaches these
+// routines and the platform's standard ones under one set of names. Each starts
+// at the routine named in its comment; an application may point one elsewhere,
+// but the library itself never calls through them (it calls the routines
+// directly), so replacing one changes nothing inside the library. They lie in
+// the library's data in this order.
+OVRA_EXTERN_C OVRA_API time_t (*ovra_time)(time_t* t);  // platform time
+OVRA_EXTERN_C OVRA_API int (*ovra_rand)(void);           // platform rand
+OVRA_EXTERN_C OVRA_API int (*ovra_abs)(int n);           // platform abs
+OVRA_EXTERN_C OVRA_API unsigned short (*ovra_touupper)(unsigned short ch);  // touupper
+OVRA_EXTERN_C OVRA_API unsigned short (*ovra_toulower)(unsigned short ch);  // toulower
+OVRA_EXTERN_C OVRA_API int (*ovra_snuprintf)(unsigned short* buffer, size_t size,
+                                             const unsigned short* format, ...);  // snuprintf
+OVRA_EXTERN_C OVRA_API size_t (*ovra_ucslcat)(unsigned short* dst, const unsigned short* src,
+                                              size_t size);  // ucslcat
+OVRA_EXTERN_C OVRA_API size_t (*ovra_ucslcpy)(unsigned short* dst, const unsigned short* src,
+                                              size_t size);  // ucslcpy
+OVRA_EXTERN_C OVRA_API unsigned long (*ovra_ucstoul)(const unsigned short* s,
+                                                     unsigned short** endptr,
+                                                     int base);  // ucstoul
+OVRA_EXTERN_C OVRA_API long (*ovra_ucstol)(const unsigned short* s, unsigned short** endptr,
+                                           int base);  // ucstol
+OVRA_EXTERN_C OVRA_API unsigned short* (*ovra_ucsrchr)(const unsigned short* s,
+                                                       unsigned short ch);  // ucsrchr
+OVRA_EXTERN_C OVRA_API unsigned short* (*ovra_ucschr)(const unsigned short* s,
+                                                      unsigned short ch);  // ucschr
+OVRA_EXTERN_C OVRA_API int (*ovra_ucscmp)(const unsigned short* a,
+                                          const unsigned short* b);  // ucscmp
+OVRA_EXTERN_C OVRA_API unsigned short* (*ovra_ucscat)(unsigned short* dst,
+                                                      const unsigned short* src);  // ucscat
+OVRA_EXTERN_C OVRA_API unsigned short* (*ovra_ucsncpy)(unsigned short* dst,
+                                                       const unsigned short* src,
+                                                       size_t n);  // ucsncpy
+OVRA_EXTERN_C OVRA_API unsigned short* (*ovra_ucscpy)(unsigned short* dst,
+                                                      const unsigned short* src);  // ucscpy
+OVRA_EXTERN_C OVRA_API size_t (*ovra_ucslen)(const unsigned short* s);  // ucslen
+OVRA_EXTERN_C OVRA_API size_t (*ovra_strlcat)(char* dst, const char* src,
+                                              size_t size);  // strlcat
+OVRA_EXTERN_C OVRA_API size_t (*ovra_strlcpy)(char* dst, const char* src,
+                                              size_t size);  // strlcpy
+OVRA_EXTERN_C OVRA_API int (*ovra_toupper)(int c);  // platform toupper
+OVRA_EXTERN_C OVRA_API int (*ovra_tolower)(int c);  // platform tolower
+OVRA_EXTERN_C OVRA_API unsigned long (*ovra_strtoul)(const char* s, char** endptr,
+                                                     int base);  // platform strtoul
+OVRA_EXTERN_C OVRA_API long (*ovra_strtol)(const char* s, char** endptr,
+                                           int base);  // platform strtol
+OVRA_EXTERN_C OVRA_API char* (*ovra_strrchr)(const char* s, int c);  // x_strrchr
+OVRA_EXTERN_C OVRA_API char* (*ovra_strchr)(const char* s, int c);   // x_strchr
+OVRA_EXTERN_C OVRA_API int (*ovra_strcmp)(const char* a, const char* b);  // platform strcmp
+OVRA_EXTERN_C OVRA_API char* (*ovra_strcat)(char* dst, const char* src);  // platform strcat
+OVRA_EXTERN_C OVRA_API char* (*ovra_strncpy)(char* dst, const char* src,
+                                             size_t n);  // platform strncpy
+OVRA_EXTERN_C OVRA_API char* (*ovra_strcpy)(char* dst, const char* src);  // platform strcpy
+OVRA_EXTERN_C OVRA_API size_t (*ovra_strlen)(const char* s);  // platform strlen
+OVRA_EXTERN_C OVRA_API int (*ovra_sprintf)(char* buffer, const char* format,
+                                           ...);  // platform sprintf
+OVRA_EXTERN_C OVRA_API int (*ovra_snprintf)(char* buffer, size_t size, const char* format,
+                                            ...);  // platform snprintf
+OVRA_EXTERN_C OVRA_API void* (*ovra_memchr)(const void* s, int c, size_t n);  // x_memchr
+OVRA_EXTERN_C OVRA_API int (*ovra_memcmp)(const void* a, const void* b,
+                                          size_t n);  // platform memcmp
+OVRA_EXTERN_C OVRA_API void* (*ovra_memmove)(void* dst, const void* src,
+                                             size_t n);  // platform memmove
+OVRA_EXTERN_C OVRA_API void* (*ovra_memcpy)(void* dst, const void* src,
+                                            size_t n);  // platform memcpy
+OVRA_EXTERN_C OVRA_API void* (*ovra_memset)(void* s, int c, size_t n);  // platform memset
+
 #endif

@@ -1,9 +1,15 @@
 // OvraCrt.cpp - character classes, case folding and the 16-bit string
-// routines, the narrow strlcpy/strlcat.
+// routines, the narrow strlcpy/strlcat and the exported ovra_* table.
 #include "OvraCrt.h"
 
+#include <ctype.h>
 #include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
+#include <time.h>
+
+#include "OvraFormat.h"
 
 // One entry per code unit 0..127. Each is written out so that the table reads
 // as the ASCII chart it encodes.
@@ -298,3 +304,52 @@ size_t strlcat(char* dst, const char* src, size_t size) noexcept {
   const size_t len = strlen(dst);
   return strlcpy(dst + len, src, size - len) + len;
 }
+
+// The exported table, defined in its documented order; GCC is told not to
+// reorder it so the objects also lie in the library's data in that order.
+#if defined(__GNUC__) && !defined(__clang__)
+#define OVRA_IN_ORDER __attribute__((no_reorder))
+#else
+#define OVRA_IN_ORDER
+#endif
+OVRA_IN_ORDER time_t (*ovra_time)(time_t*) = time;
+OVRA_IN_ORDER int (*ovra_rand)(void) = rand;
+OVRA_IN_ORDER int (*ovra_abs)(int) = abs;
+OVRA_IN_ORDER unsigned short (*ovra_touupper)(unsigned short) = touupper;
+OVRA_IN_ORDER unsigned short (*ovra_toulower)(unsigned short) = toulower;
+OVRA_IN_ORDER int (*ovra_snuprintf)(unsigned short*, size_t, const unsigned short*,
+                                    ...) = snuprintf;
+OVRA_IN_ORDER size_t (*ovra_ucslcat)(unsigned short*, const unsigned short*, size_t) = ucslcat;
+OVRA_IN_ORDER size_t (*ovra_ucslcpy)(unsigned short*, const unsigned short*, size_t) = ucslcpy;
+OVRA_IN_ORDER unsigned long (*ovra_ucstoul)(const unsigned short*, unsigned short**,
+                                            int) = ucstoul;
+OVRA_IN_ORDER long (*ovra_ucstol)(const unsigned short*, unsigned short**, int) = ucstol;
+OVRA_IN_ORDER unsigned short* (*ovra_ucsrchr)(const unsigned short*, unsigned short) = ucsrchr;
+OVRA_IN_ORDER unsigned short* (*ovra_ucschr)(const unsigned short*, unsigned short) = ucschr;
+OVRA_IN_ORDER int (*ovra_ucscmp)(const unsigned short*, const unsigned short*) = ucscmp;
+OVRA_IN_ORDER unsigned short* (*ovra_ucscat)(unsigned short*, const unsigned short*) = ucscat;
+OVRA_IN_ORDER unsigned short* (*ovra_ucsncpy)(unsigned short*, const unsigned short*,
+                                              size_t) = ucsncpy;
+OVRA_IN_ORDER unsigned short* (*ovra_ucscpy)(unsigned short*, const unsigned short*) = ucscpy;
+OVRA_IN_ORDER size_t (*ovra_ucslen)(const unsigned short*) = ucslen;
+OVRA_IN_ORDER size_t (*ovra_strlcat)(char*, const char*, size_t) = strlcat;
+OVRA_IN_ORDER size_t (*ovra_strlcpy)(char*, const char*, size_t) = strlcpy;
+OVRA_IN_ORDER int (*ovra_toupper)(int) = toupper;
+OVRA_IN_ORDER int (*ovra_tolower)(int) = tolower;
+OVRA_IN_ORDER unsigned long (*ovra_strtoul)(const char*, char**, int) = strtoul;
+OVRA_IN_ORDER long (*ovra_strtol)(const char*, char**, int) = strtol;
+OVRA_IN_ORDER char* (*ovra_strrchr)(const char*, int) = x_strrchr;
+OVRA_IN_ORDER char* (*ovra_strchr)(const char*, int) = x_strchr;
+OVRA_IN_ORDER int (*ovra_strcmp)(const char*, const char*) = strcmp;
+OVRA_IN_ORDER char* (*ovra_strcat)(char*, const char*) = strcat;
+OVRA_IN_ORDER char* (*ovra_strncpy)(char*, const char*, size_t) = strncpy;
+OVRA_IN_ORDER char* (*ovra_strcpy)(char*, const char*) = strcpy;
+OVRA_IN_ORDER size_t (*ovra_strlen)(const char*) = strlen;
+OVRA_IN_ORDER int (*ovra_sprintf)(char*, const char*, ...) = sprintf;
+OVRA_IN_ORDER int (*ovra_snprintf)(char*, size_t, const char*, ...) = snprintf;
+OVRA_IN_ORDER void* (*ovra_memchr)(const void*, int, size_t) = x_memchr;
+OVRA_IN_ORDER int (*ovra_memcmp)(const void*, const void*, size_t) = memcmp;
+OVRA_IN_ORDER void* (*ovra_memmove)(void*, const void*, size_t) = memmove;
+OVRA_IN_ORDER void* (*ovra_memcpy)(void*, const void*, size_t) = memcpy;
+OVRA_IN_ORDER void* (*ovra_memset)(void*, int, size_t) = memset;
+#undef OVRA_IN_ORDER

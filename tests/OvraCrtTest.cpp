@@ -2,15 +2,21 @@
 // routines, the text-to-integer conversions and the narrow strlcpy/strlcat.
 #include "OvraCrt.h"
 
+#include <ctype.h>
+#include <dlfcn.h>
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <stdint.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <time.h>
 
+#include <map>
 #include <random>
 #include <string>
 
+#include "OvraFormat.h"
 #include "TestWide.h"
 
 namespace {
@@ -635,5 +641,256 @@ TEST(UcsToXlTest, AgreesWithA32BitModelOfStrtoullOnRandomTexts) {
     ASSERT_EQ(gs.end, static_cast<ptrdiff_t>(end)) << text << " base " << base;
   }
 }
+
+// ---------------------------------------------------------------------------
+// The ovra_* table
+// ---------------------------------------------------------------------------
+
+namespace table {
+
+// The 37 objects in their documented order, each with its initial target.
+#define OVRA_TABLE(X)                  \
+  X(ovra_time, time)                   \
+  X(ovra_rand, rand)                   \
+  X(ovra_abs, abs)                     \
+  X(ovra_touupper, touupper)           \
+  X(ovra_toulower, toulower)           \
+  X(ovra_snuprintf, snuprintf)         \
+  X(ovra_ucslcat, ucslcat)             \
+  X(ovra_ucslcpy, ucslcpy)             \
+  X(ovra_ucstoul, ucstoul)             \
+  X(ovra_ucstol, ucstol)               \
+  X(ovra_ucsrchr, ucsrchr)             \
+  X(ovra_ucschr, ucschr)               \
+  X(ovra_ucscmp, ucscmp)               \
+  X(ovra_ucscat, ucscat)               \
+  X(ovra_ucsncpy, ucsncpy)             \
+  X(ovra_ucscpy, ucscpy)               \
+  X(ovra_ucslen, ucslen)               \
+  X(ovra_strlcat, strlcat)             \
+  X(ovra_strlcpy, strlcpy)             \
+  X(ovra_toupper, toupper)             \
+  X(ovra_tolower, tolower)             \
+  X(ovra_strtoul, strtoul)             \
+  X(ovra_strtol, strtol)               \
+  X(ovra_strrchr, x_strrchr)           \
+  X(ovra_strchr, x_strchr)             \
+  X(ovra_strcmp, strcmp)               \
+  X(ovra_strcat, strcat)               \
+  X(ovra_strncpy, strncpy)             \
+  X(ovra_strcpy, strcpy)               \
+  X(ovra_strlen, strlen)               \
+  X(ovra_sprintf, sprintf)             \
+  X(ovra_snprintf, snprintf)           \
+  X(ovra_memchr, x_memchr)             \
+  X(ovra_memcmp, memcmp)               \
+  X(ovra_memmove, memmove)             \
+  X(ovra_memcpy, memcpy)               \
+  X(ovra_memset, memset)
+
+struct Entry {
+  const char* name;
+  void* object;  // the address the application sees
+};
+
+#define OVRA_ENTRY(name, target) {#name, reinterpret_cast<void*>(&name)},
+const Entry kEntries[] = {OVRA_TABLE(OVRA_ENTRY)};
+#undef OVRA_ENTRY
+
+struct NmSymbol {
+  char type;
+  unsigned long long address;
+  unsigned long long size;
+};
+
+// The library's own dynamic symbols, with type, address and size.
+std::map<std::string, NmSymbol> LibrarySymbols() {
+  std::map<std::string, NmSymbol> out;
+  const std::string cmd = std::string("nm -D -S --defined-only '") + OVRA_LIBRARY_FILE + "'";
+  FILE* p = popen(cmd.c_str(), "r");
+  if (!p) return out;
+  char line[1024];
+  while (fgets(line, sizeof line, p)) {
+    char address[64], size[64], type[8], name[512];
+    if (sscanf(line, "%63s %63s %7s %511s", address, size, type, name) == 4)
+      out[name] = {type[0], strtoull(address, nullptr, 16), strtoull(size, nullptr, 16)};
+  }
+  pclose(p);
+  return out;
+}
+
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kGlobalsPadded = true;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+constexpr bool kGlobalsPadded = true;
+#else
+constexpr bool kGlobalsPadded = false;
+#endif
+#else
+constexpr bool kGlobalsPadded = false;
+#endif
+
+TEST(OvraTableTest, HasThirtySevenEntries) {
+  EXPECT_EQ(sizeof kEntries / sizeof kEntries[0], 37u);
+}
+
+TEST(OvraTableTest, EveryEntryIsAnExportedWritablePointerObjectInTableOrder) {
+  const std::map<std::string, NmSymbol> symbols = LibrarySymbols();
+  ASSERT_FALSE(symbols.empty());
+  unsigned long long nextFree = 0;  // just past the previous object
+  for (const Entry& e : kEntries) {
+    auto it = symbols.find(e.name);
+    ASSERT_NE(it, symbols.end()) << e.name << " is not exported";
+    EXPECT_EQ(it->second.type, 'D') << e.name << " is not in writable initialised data";
+    // AddressSanitizer pads every global with a red zone, which counts in its size.
+    if (kGlobalsPadded)
+      EXPECT_GE(it->second.size, sizeof(void*)) << e.name;
+    else
+      EXPECT_EQ(it->second.size, sizeof(void*)) << e.name;
+    EXPECT_GE(it->second.address, nextFree) << e.name << " is out of table order";
+    nextFree = it->second.address + it->second.size;
+  }
+}
+
+TEST(OvraTableTest, EveryEntryResolvesByNameToTheObjectCallersUse) {
+  for (const Entry& e : kEntries) {
+    EXPECT_EQ(dlsym(RTLD_DEFAULT, e.name), e.object) << e.name;
+  }
+}
+
+TEST(OvraTableTest, EveryEntryStartsAtItsTarget) {
+#define OVRA_CHECK_TARGET(name, target) \
+  EXPECT_EQ(name, static_cast<decltype(name)>(target)) << #name;
+  OVRA_TABLE(OVRA_CHECK_TARGET)
+#undef OVRA_CHECK_TARGET
+}
+
+TEST(OvraTableTest, EveryEntryIsWritable) {
+#define OVRA_CHECK_WRITABLE(name, target) \
+  {                                       \
+    const auto saved = name;              \
+    name = nullptr;                       \
+    EXPECT_EQ(name, nullptr) << #name;    \
+    name = saved;                         \
+    EXPECT_EQ(name, saved) << #name;      \
+  }
+  OVRA_TABLE(OVRA_CHECK_WRITABLE)
+#undef OVRA_CHECK_WRITABLE
+}
+
+int s_replacementCalls = 0;
+size_t CountingUcslen(const unsigned short* s) {
+  ++s_replacementCalls;
+  return ucslen(s) + 100;
+}
+
+TEST(OvraTableTest, AReplacedEntryIsCalledByCallersButNotByTheLibrary) {
+  const auto saved = ovra_ucslen;
+  ovra_ucslen = CountingUcslen;
+  s_replacementCalls = 0;
+  WideText s(u"abc");
+  EXPECT_EQ(ovra_ucslen(s), 103u);
+  EXPECT_EQ(s_replacementCalls, 1);
+  // The library calls its routines directly.
+  unsigned short buf[8];
+  EXPECT_EQ(ovra_snuprintf(buf, 8, WideText(u"%s"), s.get()), 3);
+  EXPECT_EQ(ucslcpy(buf, s, 8), 3u);
+  EXPECT_EQ(s_replacementCalls, 1);
+  ovra_ucslen = saved;
+  EXPECT_EQ(ovra_ucslen(s), 3u);
+}
+
+TEST(OvraTableTest, EveryEntryCallsItsTarget) {
+  time_t now = 0;
+  const time_t t = ovra_time(&now);
+  EXPECT_EQ(t, now);
+  EXPECT_GT(t, static_cast<time_t>(1500000000));
+
+  srand(99);
+  const int r1 = rand();
+  srand(99);
+  EXPECT_EQ(ovra_rand(), r1);
+
+  EXPECT_EQ(ovra_abs(-17), 17);
+  EXPECT_EQ(ovra_touupper('q'), 'Q');
+  EXPECT_EQ(ovra_touupper(0xE9), 0xE9);
+  EXPECT_EQ(ovra_toulower('Q'), 'q');
+
+  unsigned short w[16];
+  EXPECT_EQ(ovra_snuprintf(w, 16, WideText(u"%d-%x"), -5, 255), 5);
+  EXPECT_EQ(ToU16(w), u"-5-ff");
+
+  WideText dst(u"ab", 10);
+  EXPECT_EQ(ovra_ucslcat(dst, WideText(u"cd"), 10), 4u);
+  EXPECT_EQ(ToU16(dst), u"abcd");
+  EXPECT_EQ(ovra_ucslcpy(dst, WideText(u"xyz"), 3), 3u);
+  EXPECT_EQ(ToU16(dst), u"xy");
+
+  WideText num(u"-5");
+  EXPECT_EQ(ovra_ucstoul(num, nullptr, 10), 4294967291UL);
+  EXPECT_EQ(ovra_ucstol(num, nullptr, 10), -5L);
+
+  WideText abca(u"abca");
+  EXPECT_EQ(ovra_ucsrchr(abca, 'a'), abca.get() + 3);
+  EXPECT_EQ(ovra_ucschr(abca, 'a'), abca.get());
+  EXPECT_EQ(ovra_ucscmp(WideText(u"b"), WideText(u"a")), 1);
+
+  WideText cat(u"ab", 10);
+  EXPECT_EQ(ovra_ucscat(cat, WideText(u"c")), cat.get() + 2);
+  WideText n(u"xxxx");
+  ovra_ucsncpy(n, WideText(u"a"), 3);
+  EXPECT_EQ(ToU16(n.get(), 4), std::u16string(u"a\0\0x", 4));
+  WideText c(u"xxxx");
+  EXPECT_EQ(ovra_ucscpy(c, WideText(u"hi")), c.get());
+  EXPECT_EQ(ToU16(c), u"hi");
+  EXPECT_EQ(ovra_ucslen(WideText(u"four")), 4u);
+
+  char nb[16] = "ab";
+  EXPECT_EQ(ovra_strlcat(nb, "cdef", 5), 6u);
+  EXPECT_STREQ(nb, "abcd");
+  EXPECT_EQ(ovra_strlcpy(nb, "hello", 3), 5u);
+  EXPECT_STREQ(nb, "he");
+  EXPECT_EQ(ovra_toupper('a'), 'A');
+  EXPECT_EQ(ovra_tolower('A'), 'a');
+
+  char* end = nullptr;
+  const char* hex = "ff!";
+  EXPECT_EQ(ovra_strtoul(hex, &end, 16), 255UL);
+  EXPECT_EQ(end, hex + 2);
+  EXPECT_EQ(ovra_strtol("-12", nullptr, 10), -12L);
+
+  const char* s = "abcabc";
+  EXPECT_EQ(ovra_strrchr(s, 'b'), s + 4);
+  EXPECT_EQ(ovra_strchr(s, 'b'), s + 1);
+  EXPECT_LT(ovra_strcmp("a", "b"), 0);
+  EXPECT_GT(ovra_strcmp("b", "a"), 0);
+
+  char sb[32] = "ab";
+  EXPECT_EQ(ovra_strcat(sb, "cd"), sb);
+  EXPECT_STREQ(sb, "abcd");
+  EXPECT_EQ(ovra_strncpy(sb, "xy", 4), sb);
+  EXPECT_EQ(std::string(sb, 5), std::string("xy\0\0\0", 5));
+  EXPECT_EQ(ovra_strcpy(sb, "copy"), sb);
+  EXPECT_STREQ(sb, "copy");
+  EXPECT_EQ(ovra_strlen("seven.."), 7u);
+  EXPECT_EQ(ovra_sprintf(sb, "%d/%s", 12, "x"), 4);
+  EXPECT_STREQ(sb, "12/x");
+  EXPECT_EQ(ovra_snprintf(sb, 3, "%d", 12345), 5);
+  EXPECT_STREQ(sb, "12");
+
+  const char bytes[] = "abc\0def";
+  EXPECT_EQ(ovra_memchr(bytes, 'e', sizeof bytes), bytes + 5);
+  EXPECT_EQ(ovra_memcmp("ab\0x", "ab\0y", 4) < 0, true);
+  char mb[8] = "abcdef";
+  EXPECT_EQ(ovra_memmove(mb + 1, mb, 4), mb + 1);
+  EXPECT_STREQ(mb, "aabcdf");
+  EXPECT_EQ(ovra_memcpy(mb, "xyz", 3), mb);
+  EXPECT_STREQ(mb, "xyzcdf");
+  EXPECT_EQ(ovra_memset(mb, '-', 2), mb);
+  EXPECT_STREQ(mb, "--zcdf");
+}
+
+}  // namespace table
 
 }  // namespace

@@ -18,8 +18,8 @@ class WideText {
     m_units.resize(text.size() + 1 + extra, 0);
   }
   unsigned short* get() { return m_units.data(); }
+  // Indexing goes through this conversion too (t[i] is t.get()[i]).
   operator unsigned short*() { return m_units.data(); }
-  unsigned short& operator[](size_t i) { return m_units[i]; }
   size_t capacity() const { return m_units.size(); }
 
  private:
