@@ -89,7 +89,7 @@ constexpr bool LiteralRunsAreSafe() {
   }
   return true;
 }
-static_assert(LiteralRunsAreSafe(), "literal runs need the normal and type columns as designed");
+static_assert(LiteralRunsAreSafe(), "literal runs need the normal and type columns laid out as above");
 
 inline EClass ClassOf(unsigned short ch) {
   if (ch < kFirstClassified || ch > kLastClassified) return kClassOther;

@@ -562,7 +562,7 @@ TEST(FormatStateTableTest, DigitsContinueAStarWidthAndAStarPrecision) {
 
 // Every character outside the conversion characters, right after "%": its
 // class decides what the probe "3d]" prints.
-TEST(FormatStateTableTest, EveryCharacterIsClassifiedAsDesigned) {
+TEST(FormatStateTableTest, EveryCharacterBehavesAsItsClassSays) {
   const std::u16string types = u"BCEGSXZcdefginopsux";
   for (unsigned c = 1; c <= 0xFFFF; ++c) {
     const char16_t ch = static_cast<char16_t>(c);
