@@ -2,6 +2,7 @@
 #ifndef OVRA_OVRA_H
 #define OVRA_OVRA_H
 
+#include "OvraBstr.h"
 #include "OvraMem.h"
 #include "Unix/OvraPlatform.h"
 
@@ -18,5 +19,32 @@ OVRA_EXTERN_C OVRA_API bool OvraInitialize(SAllocator* allocator);
 // before it. Other calls only free the calling thread's thread-local data.
 // A call without a matching successful OvraInitialize does nothing.
 OVRA_EXTERN_C OVRA_API void OvraUninitialize(void);
+
+// The module instance of this library: always null in this release.
+OVRA_EXTERN_C OVRA_API void* OvraGetModuleInstance(void);
+
+// C linkage keeps the entry points' names undecorated for the loader; their
+// callers are C++ code that passes and receives TBstr values.
+#if defined(__clang__)
+#pragma clang diagnostic push
+#pragma clang diagnostic ignored "-Wreturn-type-c-linkage"
+#endif
+// The full path of this library's file as the loader passed it to SharedLibInit;
+// empty when SharedLibInit has not run. Must not be called after SharedLibTerm.
+OVRA_EXTERN_C OVRA_API TBstr OvraGetModuleFileSpec(void);
+#if defined(__clang__)
+#pragma clang diagnostic pop
+#endif
+
+// Entry point the loader calls right after opening this library, with the
+// library file's absolute path. Keeps a copy of the path for
+// OvraGetModuleFileSpec and returns true for any path, the empty one included.
+// A second call without SharedLibTerm replaces the copy without freeing it. It
+// does not start the library: call OvraInitialize as well.
+OVRA_EXTERN_C OVRA_API bool SharedLibInit(const TBstr& fileSpec);
+
+// Entry point the loader calls right before closing this library: releases the
+// stored path. Pair every SharedLibInit with exactly one SharedLibTerm.
+OVRA_EXTERN_C OVRA_API void SharedLibTerm(void);
 
 #endif

@@ -4,12 +4,19 @@
 
 #include <new>
 
+#include "OvraBstr.h"
 #include "OvraHooks.h"
 #include "OvraMem.h"
 #include "OvraSync.h"
 
 namespace {
 long s_refCount = 0;
+
+// The path this library was loaded from, as a counted string buffer: set by
+// SharedLibInit, released by SharedLibTerm.
+unsigned short* s_moduleFileSpec = nullptr;
+// The module instance; nothing in this release sets it.
+void* s_moduleInstance = nullptr;
 
 // The count is read atomically as well as changed atomically, so that threads
 // joining and leaving a started library never race on it. The test and the
@@ -22,12 +29,14 @@ long RefCount() { return __atomic_load_n(&s_refCount, __ATOMIC_ACQUIRE); }
 bool StartUpChain(SAllocator* allocator) {
   return MemInit(allocator) &&
          SyncInit() &&
+         BstrInit() &&
          DebugInit();
 }
 
 // The shutdown hooks, in the reverse order of start-up, PSTerm last.
 void ShutDownChain() {
   DebugTerm();
+  BstrTerm();
   SyncTerm();
   MemTerm();
   PSTerm();
@@ -48,6 +57,33 @@ void OvraUninitialize(void) {
   if (OvraAtomicDecrement(&s_refCount) < 1) {
     ShutDownChain();
   }
+}
+
+// ---------------------------------------------------------------------------
+// Module identity and the library's entry points
+// ---------------------------------------------------------------------------
+
+bool ModuleInit(void*) { return true; }
+
+void ModuleTerm() {}
+
+void* OvraGetModuleInstance(void) { return s_moduleInstance; }
+
+TBstr OvraGetModuleFileSpec(void) {
+  return TBstr(s_moduleFileSpec, static_cast<int>(OvraStringLen(s_moduleFileSpec)));
+}
+
+bool SharedLibInit(const TBstr& fileSpec) {
+  // The loader calls this once per load: an earlier copy is replaced, not freed.
+  s_moduleFileSpec = fileSpec.Copy();
+  return ModuleInit(reinterpret_cast<void*>(1));
+}
+
+void SharedLibTerm(void) {
+  ModuleTerm();
+  // The pointer is left as it is: the loader closes the library right after,
+  // and nothing may ask for the file spec in between.
+  OvraFreeString(s_moduleFileSpec);
 }
 
 // The library's own global allocation operators. They are kept out of the

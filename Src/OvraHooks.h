@@ -9,8 +9,15 @@ bool MemInit(SAllocator* allocator);  // installs a complete allocator record
 void MemTerm();                       // restores malloc/realloc/free
 bool SyncInit();
 void SyncTerm();
+bool BstrInit();    // nothing to set up for strings yet: returns true
+void BstrTerm();
 bool DebugInit();
 void DebugTerm();
 void PSTerm();
+
+// The library's own module hooks, run by its SharedLibInit/SharedLibTerm entry
+// points (not by the start-up chain).
+bool ModuleInit(void* reserved);  // ignores its argument, returns true
+void ModuleTerm();                // does nothing
 
 #endif

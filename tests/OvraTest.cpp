@@ -1,14 +1,19 @@
 // Tests of the counted start-up and shutdown chain.
 #include "Ovra.h"
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
+
+#include <string>
 
 #include <thread>
 #include <vector>
 
+#include "OvraBstr.h"
 #include "OvraMem.h"
 #include "TestAllocator.h"
+#include "TestWide.h"
 
 using namespace ovra_test;
 
@@ -158,6 +163,156 @@ TEST_F(LifecycleTest, ThreadsBracketingTheirLifeDoNotLoseCountUpdates) {
   EXPECT_TRUE(CountingAllocatorActive());
   OvraUninitialize();
   EXPECT_FALSE(CountingAllocatorActive());
+}
+
+// ---------------------------------------------------------------------------
+// Module identity and the library's entry points
+// ---------------------------------------------------------------------------
+
+const unsigned short* W(const char16_t* s) { return reinterpret_cast<const unsigned short*>(s); }
+
+std::u16string Text(const TBstr& s) { return ToU16(s.GetString(), s.GetLength()); }
+
+// Read while the test program starts, before any test can call SharedLibInit.
+const bool s_fileSpecEmptyAtLoad = OvraGetModuleFileSpec().IsEmpty();
+
+// An allocator that hands out blocks of a static arena, so that the copy a
+// second SharedLibInit leaves allocated can be counted without the leak
+// checker treating it as an error of the test program.
+struct Arena {
+  alignas(16) unsigned char bytes[1 << 16];
+  size_t used = 0;
+  long live = 0;
+};
+Arena s_arena;
+
+void* ArenaAlloc(size_t size) {
+  const size_t rounded = (size + 15) & ~static_cast<size_t>(15);
+  if (s_arena.used + rounded > sizeof s_arena.bytes) return nullptr;
+  void* p = s_arena.bytes + s_arena.used;
+  s_arena.used += rounded;
+  ++s_arena.live;
+  return p;
+}
+void* ArenaRealloc(void*, size_t) { return nullptr; }
+void ArenaFree(void* p) {
+  if (p) --s_arena.live;
+}
+
+TEST_F(LifecycleTest, ModuleFileSpecIsEmptyBeforeSharedLibInit) {
+  EXPECT_TRUE(s_fileSpecEmptyAtLoad);
+}
+
+TEST_F(LifecycleTest, ModuleFileSpecIsThePathGivenToSharedLibInit) {
+  const TBstr path(W(u"/opt/app/lib/libovra.so.1"));
+  ASSERT_TRUE(SharedLibInit(path));
+  EXPECT_EQ(Text(OvraGetModuleFileSpec()), u"/opt/app/lib/libovra.so.1");
+  // A copy is kept: the caller's string may change or go.
+  {
+    TBstr temporary(W(u"/tmp/x.so"));
+    SharedLibTerm();
+    ASSERT_TRUE(SharedLibInit(temporary));
+    temporary.SetAt(0, u'#');
+  }
+  EXPECT_EQ(Text(OvraGetModuleFileSpec()), u"/tmp/x.so");
+  SharedLibTerm();
+}
+
+TEST_F(LifecycleTest, SharedLibInitAcceptsAnyPathTheEmptyOneIncluded) {
+  ASSERT_TRUE(SharedLibInit(TBstr()));
+  EXPECT_TRUE(OvraGetModuleFileSpec().IsEmpty());
+  SharedLibTerm();
+  ASSERT_TRUE(SharedLibInit(TBstr(W(u"relative/\u00E9\u20AC.so"))));
+  EXPECT_EQ(Text(OvraGetModuleFileSpec()), u"relative/\u00E9\u20AC.so");
+  SharedLibTerm();
+}
+
+TEST_F(LifecycleTest, SharedLibInitDoesNotStartTheLibrary) {
+  SAllocator a = CountingAllocator();
+  ASSERT_TRUE(SharedLibInit(TBstr(W(u"/lib/x.so"))));
+  SharedLibTerm();
+  // Still not started: this is a first start-up, which installs the allocator.
+  ASSERT_TRUE(OvraInitialize(&a));
+  EXPECT_TRUE(CountingAllocatorActive());
+  OvraUninitialize();
+  EXPECT_FALSE(CountingAllocatorActive());
+}
+
+TEST_F(LifecycleTest, SharedLibTermReleasesTheStoredPath) {
+  SAllocator a = CountingAllocator();
+  ASSERT_TRUE(OvraInitialize(&a));
+  const long live = Stats().live;
+  {
+    const TBstr path(W(u"/usr/lib/libovra.so.1"));
+    ASSERT_TRUE(SharedLibInit(path));
+  }
+  EXPECT_EQ(Stats().live, live + 1);
+  SharedLibTerm();
+  EXPECT_EQ(Stats().live, live);
+  OvraUninitialize();
+}
+
+TEST_F(LifecycleTest, SecondSharedLibInitReplacesThePathAndKeepsTheFirstCopyAllocated) {
+  SAllocator arena = {ArenaAlloc, ArenaRealloc, ArenaFree, nullptr, nullptr};
+  ASSERT_TRUE(OvraInitialize(&arena));
+  const long live = s_arena.live;
+  ASSERT_TRUE(SharedLibInit(TBstr(W(u"/first.so"))));
+  ASSERT_TRUE(SharedLibInit(TBstr(W(u"/second.so"))));
+  EXPECT_EQ(Text(OvraGetModuleFileSpec()), u"/second.so");
+  EXPECT_EQ(s_arena.live, live + 2);
+  SharedLibTerm();
+  EXPECT_EQ(s_arena.live, live + 1);
+  OvraUninitialize();
+}
+
+TEST_F(LifecycleTest, ModuleFileSpecFailureGivesAnEmptyString) {
+  SAllocator a = CountingAllocator();
+  ASSERT_TRUE(OvraInitialize(&a));
+  ASSERT_TRUE(SharedLibInit(TBstr(W(u"/lib/libovra.so"))));
+  FailNthAllocation(1);
+  EXPECT_TRUE(OvraGetModuleFileSpec().IsEmpty());
+  StopFailing();
+  SharedLibTerm();
+  // A failed copy in SharedLibInit leaves no path, and the load is still accepted.
+  {
+    const TBstr path(W(u"/lib/libovra.so"));
+    FailNthAllocation(1);
+    EXPECT_TRUE(SharedLibInit(path));
+    StopFailing();
+    EXPECT_TRUE(OvraGetModuleFileSpec().IsEmpty());
+    SharedLibTerm();
+  }
+  OvraUninitialize();
+  EXPECT_EQ(Stats().live, 0);
+}
+
+TEST_F(LifecycleTest, ModuleInstanceIsAlwaysNull) {
+  EXPECT_EQ(OvraGetModuleInstance(), nullptr);
+  ASSERT_TRUE(SharedLibInit(TBstr(W(u"/lib/x.so"))));
+  EXPECT_EQ(OvraGetModuleInstance(), nullptr);
+  ASSERT_TRUE(OvraInitialize(nullptr));
+  EXPECT_EQ(OvraGetModuleInstance(), nullptr);
+  OvraUninitialize();
+  SharedLibTerm();
+  EXPECT_EQ(OvraGetModuleInstance(), nullptr);
+}
+
+// The loader finds the entry points by their plain names in the library file.
+TEST_F(LifecycleTest, EntryPointsAreFoundByTheirPlainNames) {
+  void* handle = dlopen(OVRA_LIBRARY_FILE, RTLD_LAZY);
+  ASSERT_NE(handle, nullptr) << dlerror();
+  using InitFn = bool (*)(const TBstr&);
+  using TermFn = void (*)();
+  InitFn init = reinterpret_cast<InitFn>(dlsym(handle, "SharedLibInit"));
+  TermFn term = reinterpret_cast<TermFn>(dlsym(handle, "SharedLibTerm"));
+  ASSERT_NE(init, nullptr);
+  ASSERT_NE(term, nullptr);
+  EXPECT_NE(dlsym(handle, "OvraGetModuleFileSpec"), nullptr);
+  EXPECT_NE(dlsym(handle, "OvraGetModuleInstance"), nullptr);
+  EXPECT_TRUE(init(TBstr(OVRA_LIBRARY_FILE)));
+  EXPECT_EQ(OvraGetModuleFileSpec().Compare(TBstr(OVRA_LIBRARY_FILE).GetString()), 0);
+  term();
+  dlclose(handle);
 }
 
 }  // namespace
