@@ -89,8 +89,10 @@ void SharedLibTerm(void) {
 // The library's own global allocation operators. They are kept out of the
 // dynamic symbol table (see the version script), so they serve only the
 // library's code and an application keeps its own new/delete. They return null
-// instead of throwing; the library is built with -fcheck-new so that a plain
-// `new T` checks for it before constructing.
+// instead of throwing. The language lets a compiler assume that a plain
+// `new T` never yields null, so the library's own code allocates with
+// `new (std::nothrow) T` (or class operators declared noexcept), whose result
+// is checked before construction; a test keeps plain `new T` out of Src/.
 void* operator new(size_t size) { return OvraMemAlloc(size); }
 void* operator new[](size_t size) { return OvraMemAlloc(size); }
 void* operator new(size_t size, const std::nothrow_t&) noexcept { return OvraMemAlloc(size); }

@@ -4,6 +4,7 @@
 // would hand them to its own code-page routines.
 #include "OvraBstr.h"
 
+#include <new>
 #include <stdint.h>
 #include <string.h>
 
@@ -263,7 +264,7 @@ TConvertBuffer::TConvertBuffer(const char* text, int length) : m_text(nullptr), 
   int64_t n = length;
   if (length == -1) n = static_cast<int64_t>(strlen(text));
   if (n < 1 || n > static_cast<int64_t>(kMaxStringLength)) return;
-  m_text = new unsigned short[static_cast<size_t>(n) + 1];
+  m_text = new (std::nothrow) unsigned short[static_cast<size_t>(n) + 1];
   if (!m_text) return;
   m_length = OvraMultibyteToUnicode(text, static_cast<int>(n), m_text, static_cast<int>(n));
   m_text[m_length] = 0;
@@ -998,7 +999,7 @@ bool TBstr::CreateMultibyteBuffer() const {
   // n * 2 + 1 bytes, the text's byte length and a terminator, although the
   // conversion fills only n + 1 of them: the block keeps the size it has always had.
   const size_t bytes = static_cast<size_t>(n) * 2 + 1;
-  m_multibyte = new char[bytes];
+  m_multibyte = new (std::nothrow) char[bytes];
   if (!m_multibyte) return false;
   const int room = bytes > INT32_MAX ? INT32_MAX : static_cast<int>(bytes);
   OvraUnicodeToMultibyte(GetString(), n + 1, m_multibyte, room);
