@@ -537,6 +537,59 @@ TEST(BigIntArithmeticTest, DivOfEqualValuesAndByOne) {
   EXPECT_TRUE(IsZero(r));
 }
 
+TEST(BigIntArithmeticTest, DivOfExactMultiplesGivesTheFactorAndNoRemainder) {
+  // Quotients with zero digits after non-zero ones leave remainders whose top
+  // words vanish (or are exactly zero), which the digit estimates must handle.
+  const char* const kFactors[] = {"1 00000000", "1 00000000 00000000", "3 00000000 00000000",
+                                  "1 00000005 00000000", "FFFFFFFF 00000000", "2 00000000 00000001",
+                                  "7 00000000 00000000 00000000"};
+  std::mt19937 rng(17);
+  for (unsigned wb : {1u, 2u, 3u, 4u, 7u, 16u, 33u}) {
+    for (int rep = 0; rep < 6; ++rep) {
+      const TBigInt b = RandomValue(rng, wb);
+      for (const char* factor : kFactors) {
+        const TBigInt x = Hex(factor);
+        TBigInt a, q, r;
+        ASSERT_TRUE(TBigInt::Mul(a, b, x));
+        ASSERT_TRUE(TBigInt::Div(q, r, a, b));
+        EXPECT_EQ(TBigInt::Cmp(q, x), 0) << HexOf(a) << " / " << HexOf(b);
+        EXPECT_TRUE(IsZero(r));
+        // One less than the next multiple: the same quotient, remainder b - 1.
+        TBigInt b1, a1;
+        ASSERT_TRUE(TBigInt::Sub(b1, b, TBigInt(1)));
+        ASSERT_TRUE(TBigInt::Add(a1, a, b1));
+        ASSERT_TRUE(TBigInt::Div(q, r, a1, b));
+        EXPECT_EQ(TBigInt::Cmp(q, x), 0);
+        EXPECT_EQ(TBigInt::Cmp(r, b1), 0);
+      }
+    }
+  }
+}
+
+TEST(BigIntArithmeticTest, DivWithATinyRemainderAfterAZeroDigit) {
+  // A divisor whose lower words are all ones, and remainders barely large
+  // enough for the first digit of a pair to be estimated exactly from the top
+  // words: the second digit, 0, must come from the remainder's tiny top.
+  const TBigInt b = Hex("80000000 FFFFFFFF FFFFFFFF FFFFFFFF FFFFFFFF");
+  for (unsigned d = 1; d < 40; ++d) {
+    for (unsigned e : {d, d + 1, 2 * d + 3, 1000u}) {
+      // The quotient 5:d:0 (with the zero top digit every long division has
+      // here) pairs its digits as (0, 5) and (d, 0).
+      TBigInt x, a, tail, sum, q, r;
+      ASSERT_TRUE(TBigInt::Shl(x, Hex("5"), 32));
+      ASSERT_TRUE(TBigInt::Add(x, x, TBigInt(static_cast<int>(d))));
+      ASSERT_TRUE(TBigInt::Shl(x, x, 32));
+      ASSERT_TRUE(TBigInt::Mul(a, b, x));
+      ASSERT_TRUE(TBigInt::Shl(tail, TBigInt(static_cast<int>(e)), 32));
+      ASSERT_TRUE(TBigInt::Add(tail, tail, TBigInt(7)));
+      ASSERT_TRUE(TBigInt::Add(sum, a, tail));
+      ASSERT_TRUE(TBigInt::Div(q, r, sum, b));
+      EXPECT_EQ(TBigInt::Cmp(q, x), 0) << d << " " << e;
+      EXPECT_EQ(TBigInt::Cmp(r, tail), 0) << d << " " << e;
+    }
+  }
+}
+
 TEST(BigIntArithmeticTest, MulModWithZeroModulusFailsAndLeavesTheResultUntouched) {
   TBigInt r = Hex("44");
   EXPECT_FALSE(TBigInt::MulMod(r, TBigInt(3), TBigInt(5), TBigInt()));
