@@ -167,7 +167,7 @@ void SqrWords(unsigned* r, const unsigned* a, unsigned la) {
 // r[0..n+1) = a[0..n) << bits, 0 <= bits < 32; r may be a.
 void ShlBits(unsigned* r, const unsigned* a, unsigned n, unsigned bits) {
   if (bits == 0) {
-    if (r != a) memmove(r, a, static_cast<size_t>(n) * sizeof(unsigned));
+    if (r != a && n) memmove(r, a, static_cast<size_t>(n) * sizeof(unsigned));
     r[n] = 0;
     return;
   }
@@ -184,7 +184,7 @@ void ShlBits(unsigned* r, const unsigned* a, unsigned n, unsigned bits) {
 // r may be a.
 void ShrBits(unsigned* r, const unsigned* a, unsigned n, unsigned bits) {
   if (bits == 0) {
-    if (r != a) memmove(r, a, static_cast<size_t>(n) * sizeof(unsigned));
+    if (r != a && n) memmove(r, a, static_cast<size_t>(n) * sizeof(unsigned));
     return;
   }
   for (unsigned i = 0; i < n; ++i) {
@@ -476,6 +476,31 @@ void TBigInt::Swap(TBigInt& other) {
 }
 
 int TBigInt::ToInt() const { return m_length ? static_cast<int>(m_words[0]) : 0; }
+
+TBstr TBigInt::ToString() const {
+  static const char kDigits[] = "0123456789ABCDEF";
+  TBstr text;
+  if (m_length == 0) {
+    const unsigned short zero[] = {'0', 0};
+    text.Attach(OvraAllocString(zero));
+    return text;
+  }
+  // Digits straight from the words, most significant first: the same text as
+  // repeated division by 16, without the divisions. The length limit keeps
+  // 8 * kMaxWords well inside a string's length.
+  const unsigned top = m_words[m_length - 1];
+  const unsigned topDigits = (WordBits(top) + 3) / 4;
+  const unsigned count = topDigits + 8 * (m_length - 1);
+  unsigned short* buffer = OvraAllocStringLen(nullptr, count);
+  if (!buffer) return text;
+  unsigned short* out = buffer;
+  for (unsigned d = topDigits; d-- > 0;) *out++ = kDigits[(top >> (4 * d)) & 15];
+  for (unsigned w = m_length - 1; w-- > 0;) {
+    for (unsigned d = 8; d-- > 0;) *out++ = kDigits[(m_words[w] >> (4 * d)) & 15];
+  }
+  text.Attach(buffer);
+  return text;
+}
 
 unsigned TBigInt::Dump(unsigned char* out, unsigned size) const {
   const unsigned count = m_length * 4;
