@@ -3,6 +3,7 @@
 #define OVRA_OVRACRYPTRSA_H
 
 #include "OvraBstr.h"
+#include "OvraCrypt.h"
 #include "Unix/OvraPlatform.h"
 
 // An unsigned multi-precision integer of 32-bit words (least significant first)
@@ -90,6 +91,7 @@ class OVRA_API TBigInt {
   void FixLength();
 
  private:
+  friend class TRsaPublicCipher;
 
   // Loads big-endian bytes; false (value zero) when refused or out of memory.
   bool SetBytes(const unsigned char* bytes, unsigned n);
@@ -101,6 +103,93 @@ class OVRA_API TBigInt {
   unsigned* m_words;    // least significant first; null when nothing allocated
   unsigned m_length;    // words in use
   unsigned m_capacity;  // words allocated, a multiple of 8
+};
+
+// The RSA public-key operations with PKCS #1 v1.5 padding: encryption of one
+// short message into one block (block type 2, random non-zero padding drawn
+// from OvraGenerateRandom) and recovery of one block signed with the private
+// key (block type 1, 0xFF padding). Holds the public key only: the modulus
+// (big-endian, no sign byte; k bytes) and the public exponent, in arrays it
+// owns. Every failure returns 0. One thread at a time; encryption also uses the
+// shared generator, which has no lock of its own.
+//
+// Results are exactly what TBigInt::Dump writes: whole 32-bit words, so a
+// ciphertext is k bytes only when k is a multiple of 4 and the value has no
+// zero top word, and recovery succeeds only for such moduli (512, 768, 1024,
+// 2048 bits, ...).
+class OVRA_API TRsaPublicCipher : public TRsaCipher {
+ public:
+  // No key yet (null arrays, zero lengths): load one with BerInit or Construct.
+  // Until then every operation returns 0.
+  explicit TRsaPublicCipher(TCipher::ECipherOp op);
+  // Starts without a key, then Construct(modulus, ..., exponentLen); if that
+  // fails the object stays without a key.
+  TRsaPublicCipher(TCipher::ECipherOp op, const unsigned char* modulus, unsigned modulusLen,
+                   const unsigned char* exponent, unsigned exponentLen);
+  // Frees the key arrays.
+  ~TRsaPublicCipher() override;
+
+  TRsaPublicCipher(const TRsaPublicCipher&) = delete;
+  TRsaPublicCipher& operator=(const TRsaPublicCipher&) = delete;
+
+  // Objects made with new come from the library's allocator (null, not an
+  // exception, when it fails), because the deleting destructor that `delete`
+  // runs lives in the library and frees through that same allocator.
+  static void* operator new(size_t size) noexcept;
+  static void operator delete(void* pointer) noexcept;
+  // Placement forms, which the class operators above would otherwise hide.
+  static void* operator new(size_t, void* where) noexcept { return where; }
+  static void operator delete(void*, void*) noexcept {}
+
+  // Copies the modulus and the exponent into newly allocated arrays, freeing
+  // any key held before. True only if both were allocated; on failure, and for
+  // a null pointer with a non-zero length or a modulus longer than a TBigInt
+  // holds, the object is left without a key.
+  bool Construct(const unsigned char* modulus, unsigned modulusLen, const unsigned char* exponent,
+                 unsigned exponentLen);
+  // k, the modulus length in bytes (0 without a key).
+  unsigned GetModulusSize() const { return m_modulusLen; }
+
+  // Reads an X.509 SubjectPublicKeyInfo: SEQUENCE { SEQUENCE (any algorithm,
+  // not examined), BIT STRING (first byte not examined) holding SEQUENCE {
+  // INTEGER modulus, INTEGER exponent } }, and Constructs the key from it. The
+  // modulus INTEGER's first content byte is always dropped, as the sign byte
+  // DER puts before a modulus with its top bit set; the exponent is taken
+  // whole. Returns size on success (not the bytes read), 0 on a mismatched tag,
+  // a decoding failure, an indefinite length or a failed Construct. Quirk kept:
+  // the element after another is given the parent's content length less the
+  // previous element's content length (its header is not subtracted), though
+  // never more than the bytes left in data.
+  unsigned BerInit(const unsigned char* data, unsigned size) override;
+  // Not supported: returns 0.
+  unsigned BerDump(unsigned char* out, unsigned size) override;
+  // DecryptData when the operation is not eEncrypt, else EncryptData.
+  unsigned ProcessData(unsigned char* buf, unsigned len, bool final) override;
+
+  // Encrypts the len bytes at buf in place into one block; buf must have room
+  // for k bytes. Requires final and len + 11 <= k (at least 8 padding bytes).
+  // Returns the ciphertext bytes now at buf (see the class comment), or 0 with
+  // buf unchanged when refused, when a buffer cannot be allocated, when the
+  // modulus is zero, or when the generator yields no non-zero byte at all.
+  unsigned EncryptData(unsigned char* buf, unsigned len, bool final);
+  // Recovers the message from the len-byte block at buf (final required, len
+  // <= k) by raising it to the public exponent and checking block type 1:
+  // bytes 00 01, any number of FF bytes (none is accepted), 00, message. The
+  // message is moved to the front of buf and its length returned; 0 on any
+  // failure, buf then unchanged.
+  unsigned DecryptData(unsigned char* buf, unsigned len, bool final);
+
+ private:
+  // Frees the key arrays and sets both lengths to 0.
+  void Clear();
+  // c = input^e mod n for the big-endian input; false when a buffer cannot be
+  // allocated or the modulus is zero.
+  bool Power(const unsigned char* input, unsigned len, TBigInt& c) const;
+
+  unsigned char* m_modulus;  // big-endian, no sign byte; null without a key
+  unsigned m_modulusLen;     // k
+  unsigned char* m_exponent;  // big-endian; null without a key
+  unsigned m_exponentLen;
 };
 
 #endif

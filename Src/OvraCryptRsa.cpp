@@ -4,7 +4,10 @@
 #include <stdint.h>
 #include <string.h>
 
+#include <new>
+
 #include "OvraMem.h"
+#include "OvraRand.h"
 
 static_assert(sizeof(unsigned) == 4, "big-integer words are 32 bits on every platform");
 
@@ -787,4 +790,205 @@ bool TBigInt::Shr(TBigInt& r, const TBigInt& a, unsigned n) {
   ShrBits(r.m_words, a.m_words + words, len, n % 32);
   r.FixLength();
   return true;
+}
+
+// ---------------------------------------------------------------------------
+// TRsaPublicCipher
+
+namespace {
+
+// Work blocks up to this size live on the stack.
+constexpr unsigned kStackBlock = 256;
+
+// A k-byte work block: on the stack up to kStackBlock bytes, else on the heap.
+// Wiped before it is released, as it holds a message.
+class TWorkBlock {
+ public:
+  explicit TWorkBlock(unsigned size)
+      : m_size(size),
+        m_heap(size > kStackBlock ? static_cast<unsigned char*>(OvraMemAlloc(size)) : nullptr),
+        m_block(size > kStackBlock ? m_heap : m_stack) {}
+  ~TWorkBlock() {
+    if (m_block) {
+      volatile unsigned char* p = m_block;
+      for (unsigned i = 0; i < m_size; ++i) p[i] = 0;
+    }
+    OvraMemFree(m_heap);
+  }
+  TWorkBlock(const TWorkBlock&) = delete;
+  TWorkBlock& operator=(const TWorkBlock&) = delete;
+
+  unsigned char* Get() const { return m_block; }
+
+ private:
+  unsigned m_size;
+  unsigned char* m_heap;
+  unsigned char* m_block;
+  unsigned char m_stack[kStackBlock];
+};
+
+// Reads the BER element at start with room bytes, but never past end; null
+// lengths of the indefinite form are refused (their contents are unbounded).
+bool DecodeWithin(const unsigned char* start, unsigned room, const unsigned char* end,
+                  unsigned tag, SBerElement* element) {
+  if (start > end) return false;
+  const size_t left = static_cast<size_t>(end - start);
+  if (room > left) room = static_cast<unsigned>(left);
+  return OvraBerDecode(start, room, element) != 0 && element->tag == tag &&
+         element->length != kBerIndefiniteLength;
+}
+
+// Fills n bytes with non-zero bytes from the shared generator, drawing again
+// for every zero byte; the bytes taken from the generator and their order are
+// those of drawing one byte at a time. False if 64 zero bytes come in a row,
+// which only a generator that writes nothing produces.
+bool FillNonZero(unsigned char* out, unsigned n) {
+  unsigned filled = 0;
+  unsigned zeroRun = 0;
+  while (filled < n) {
+    const unsigned want = n - filled;
+    memset(out + filled, 0, want);
+    OvraGenerateRandom(out + filled, want);
+    unsigned kept = filled;
+    for (unsigned i = filled; i < filled + want; ++i) {
+      if (out[i]) {
+        out[kept++] = out[i];
+        zeroRun = 0;
+      } else if (++zeroRun == 64) {
+        return false;
+      }
+    }
+    filled = kept;
+  }
+  return true;
+}
+
+}  // namespace
+
+TRsaPublicCipher::TRsaPublicCipher(TCipher::ECipherOp op)
+    : TRsaCipher(op), m_modulus(nullptr), m_modulusLen(0), m_exponent(nullptr), m_exponentLen(0) {}
+
+TRsaPublicCipher::TRsaPublicCipher(TCipher::ECipherOp op, const unsigned char* modulus,
+                                   unsigned modulusLen, const unsigned char* exponent,
+                                   unsigned exponentLen)
+    : TRsaCipher(op), m_modulus(nullptr), m_modulusLen(0), m_exponent(nullptr), m_exponentLen(0) {
+  Construct(modulus, modulusLen, exponent, exponentLen);
+}
+
+TRsaPublicCipher::~TRsaPublicCipher() { Clear(); }
+
+void* TRsaPublicCipher::operator new(size_t size) noexcept { return OvraMemAlloc(size); }
+
+void TRsaPublicCipher::operator delete(void* pointer) noexcept { OvraMemFree(pointer); }
+
+void TRsaPublicCipher::Clear() {
+  delete[] m_modulus;
+  delete[] m_exponent;
+  m_modulus = nullptr;
+  m_exponent = nullptr;
+  m_modulusLen = 0;
+  m_exponentLen = 0;
+}
+
+bool TRsaPublicCipher::Construct(const unsigned char* modulus, unsigned modulusLen,
+                                 const unsigned char* exponent, unsigned exponentLen) {
+  // A second call replaces the key: the earlier arrays are freed, whatever
+  // the outcome.
+  Clear();
+  if ((!modulus && modulusLen) || (!exponent && exponentLen)) return false;
+  if (modulusLen > 4 * TBigInt::kMaxWords || exponentLen > 4 * TBigInt::kMaxWords) return false;
+  unsigned char* m = new (std::nothrow) unsigned char[modulusLen ? modulusLen : 1];
+  unsigned char* e = new (std::nothrow) unsigned char[exponentLen ? exponentLen : 1];
+  if (!m || !e) {
+    delete[] m;
+    delete[] e;
+    return false;
+  }
+  if (modulusLen) memcpy(m, modulus, modulusLen);
+  if (exponentLen) memcpy(e, exponent, exponentLen);
+  m_modulus = m;
+  m_modulusLen = modulusLen;
+  m_exponent = e;
+  m_exponentLen = exponentLen;
+  return true;
+}
+
+unsigned TRsaPublicCipher::BerInit(const unsigned char* data, unsigned size) {
+  if (!data) return 0;
+  const unsigned char* end = data + size;
+  SBerElement info, algorithm, bits, key, modulus, exponent;
+  if (!DecodeWithin(data, size, end, 0x30, &info)) return 0;
+  if (!DecodeWithin(info.data, info.length, end, 0x30, &algorithm)) return 0;
+  if (!DecodeWithin(algorithm.data + algorithm.length, info.length - algorithm.length, end, 0x03,
+                    &bits)) {
+    return 0;
+  }
+  // The BIT STRING's first byte counts its unused bits; it is not examined.
+  if (bits.length < 1) return 0;
+  if (!DecodeWithin(bits.data + 1, bits.length - 1, end, 0x30, &key)) return 0;
+  if (!DecodeWithin(key.data, key.length, end, 0x02, &modulus)) return 0;
+  if (!DecodeWithin(modulus.data + modulus.length, key.length - modulus.length, end, 0x02,
+                    &exponent)) {
+    return 0;
+  }
+  if (modulus.length < 1) return 0;
+  if (!Construct(modulus.data + 1, modulus.length - 1, exponent.data, exponent.length)) return 0;
+  return size;
+}
+
+unsigned TRsaPublicCipher::BerDump(unsigned char*, unsigned) { return 0; }
+
+unsigned TRsaPublicCipher::ProcessData(unsigned char* buf, unsigned len, bool final) {
+  return m_op != eEncrypt ? DecryptData(buf, len, final) : EncryptData(buf, len, final);
+}
+
+bool TRsaPublicCipher::Power(const unsigned char* input, unsigned len, TBigInt& c) const {
+  TBigInt n, e, m;
+  if (!n.SetBytes(m_modulus, m_modulusLen) || !e.SetBytes(m_exponent, m_exponentLen) ||
+      !m.SetBytes(input, len)) {
+    return false;
+  }
+  // A zero modulus would make every reduction a division by zero.
+  if (n.m_length == 0) return false;
+  return TBigInt::ExpModChecked(c, m, e, n);
+}
+
+unsigned TRsaPublicCipher::EncryptData(unsigned char* buf, unsigned len, bool final) {
+  const unsigned k = m_modulusLen;
+  // One block per call, with at least 8 padding bytes (written so that
+  // len + 11 cannot wrap).
+  if (!final || !buf || k < 11 || len > k - 11) return 0;
+  TWorkBlock work(k);
+  unsigned char* block = work.Get();
+  if (!block) return 0;
+  // 00 02, non-zero random padding, 00, the message.
+  block[0] = 0x00;
+  block[1] = 0x02;
+  if (!FillNonZero(block + 2, k - len - 3)) return 0;
+  block[k - len - 1] = 0x00;
+  memcpy(block + k - len, buf, len);
+  TBigInt c;
+  if (!Power(block, k, c)) return 0;
+  return c.Dump(buf, k);
+}
+
+unsigned TRsaPublicCipher::DecryptData(unsigned char* buf, unsigned len, bool final) {
+  const unsigned k = m_modulusLen;
+  if (!final || !buf || k == 0 || len > k) return 0;
+  TWorkBlock work(k);
+  unsigned char* block = work.Get();
+  if (!block) return 0;
+  TBigInt m;
+  if (!Power(buf, len, m)) return 0;
+  // Zero-filled first, so that the bytes behind a short result read as zeros.
+  memset(block, 0, k);
+  if (m.Dump(block, k) == 0) return 0;
+  // Block type 1: 00 01, FF bytes (any number, none included), 00, message.
+  if (block[0] != 0x00 || block[1] != 0x01) return 0;
+  unsigned pos = 2;
+  while (pos < k - 1 && block[pos] == 0xFF) ++pos;
+  if (block[pos] != 0x00) return 0;
+  const unsigned count = k - pos - 1;
+  memcpy(buf, block + pos + 1, count);
+  return count;
 }
