@@ -18,6 +18,7 @@
 
 #include <stdint.h>
 
+#include "OvraBstr.h"
 #include "Unix/OvraPlatform.h"
 
 // Opaque iteration handle of lists and maps: the address of a list node or of
@@ -454,6 +455,80 @@ class OVRA_API TPtrFromGuidMap {
   void FreeAssoc(SAssoc* assoc);
   // The hash of key: its leading 32-bit field.
   unsigned int HashKey(const _GUID& key) const { return key.Data1; }
+
+ private:
+  template <class Map> friend struct OvraMapOps;
+
+  SAssoc** m_pHashTable;
+  unsigned int m_nHashTableSize;
+  int m_nCount;
+  SAssoc* m_pFreeList;
+  SPlex* m_pBlocks;
+  int m_nBlockSize;
+};
+
+// Map from 16-bit string keys. Each association owns a TBstr copy of its key
+// and remembers its bucket index. The hash runs h = h * 33 + c over the code
+// units (unsigned 32-bit, wrapping; 0 for the empty key), modulo the table
+// size. Keys are compared with TBstr::Compare; a null key is the empty key.
+class OVRA_API TPtrFromBstrMap {
+ public:
+  // One association, handed out by the pool; key is constructed only while
+  // the association is in use.
+  struct SAssoc {
+    SAssoc* pNext;
+    unsigned int nHashValue;  // the bucket index at insertion
+    TBstr key;
+    void* value;
+  };
+
+  // An empty map with table size 17; allocates nothing.
+  explicit TPtrFromBstrMap(int blockSize = 10);
+  // RemoveAll().
+  ~TPtrFromBstrMap();
+  TPtrFromBstrMap(const TPtrFromBstrMap&) = delete;
+  TPtrFromBstrMap& operator=(const TPtrFromBstrMap&) = delete;
+
+  // Number of associations.
+  int GetCount() const { return m_nCount; }
+  // True when the map holds nothing.
+  bool IsEmpty() const { return m_nCount == 0; }
+  // The number of buckets used for the current or next bucket array.
+  unsigned int GetHashTableSize() const { return m_nHashTableSize; }
+  // Before-the-start position for GetNextAssoc; null when the map is empty.
+  POSITION GetStartPosition() const {
+    return m_nCount ? reinterpret_cast<POSITION>(~uintptr_t(0)) : nullptr;
+  }
+
+  // Sets the number of buckets; same rules as TPtrFromPtrMap::InitHashTable
+  // (moved associations get their new bucket index).
+  void InitHashTable(unsigned int size, bool allocNow = true);
+  // Destroys every key, empties the map and releases the bucket array and
+  // every pool block; the table size is kept.
+  void RemoveAll();
+  // True and value set when key is present; value is untouched otherwise.
+  bool Lookup(const unsigned short* key, void*& value) const;
+  // The value under key, inserted as null if absent (out of memory, the key's
+  // copy included: the map is unchanged and the scratch slot is returned).
+  void*& operator[](const unsigned short* key);
+  // operator[](key) = value; false (map unchanged) when memory ran out.
+  bool SetAt(const unsigned short* key, void* value);
+  // True if key was present and its association (and key copy) removed.
+  bool RemoveKey(const unsigned short* key);
+  // Assigns the key at pos to key, copies out the value and moves pos to the
+  // next association (null after the last). If the key's copy cannot be made,
+  // key is left empty (TBstr's rule) and the iteration still advances.
+  void GetNextAssoc(POSITION& pos, TBstr& key, void*& value) const;
+  // The association of key or null; hash receives key's bucket index.
+  SAssoc* GetAssocAt(const unsigned short* key, unsigned int& hash) const;
+  // Takes an association with an empty key (nothing allocated) and a null
+  // value from the pool; null when a needed pool block cannot be made.
+  SAssoc* NewAssoc();
+  // Destroys the association's key and returns it to the pool; at count 0 the
+  // map releases its memory.
+  void FreeAssoc(SAssoc* assoc);
+  // The string hash of key (see above); 0 for a null or empty key.
+  unsigned int HashKey(const unsigned short* key) const;
 
  private:
   template <class Map> friend struct OvraMapOps;

@@ -402,6 +402,40 @@ template <> struct KeyTraits<TPtrFromGuidMap> {
   static const bool kDestroysKeys = false;
 };
 
+unsigned int StringHash(const unsigned short* key) {
+  unsigned int h = 0;
+  if (key) {
+    while (*key) h = h * 33u + *key++;
+  }
+  return h;
+}
+
+template <> struct KeyTraits<TPtrFromBstrMap> {
+  typedef TPtrFromBstrMap::SAssoc Assoc;
+  typedef const unsigned short* Key;
+  typedef TBstr KeyOut;
+
+  static unsigned int Bucket(Key key, unsigned int size) { return StringHash(key) % size; }
+  // The bucket index stored at insertion: no rehashing while iterating.
+  static unsigned int AssocBucket(const Assoc* assoc, unsigned int) { return assoc->nHashValue; }
+  static bool Equal(const Assoc* assoc, Key key) { return assoc->key.Compare(key) == 0; }
+  // An empty TBstr owns nothing, so constructing one allocates nothing.
+  static void Clear(Assoc* assoc) { new (&assoc->key) TBstr(); }
+  static bool SetKey(Assoc* assoc, Key key, unsigned int bucket) {
+    assoc->nHashValue = bucket;
+    assoc->key.Assign(key);
+    // TBstr swallows a failed copy and stays empty: a non-empty key must not.
+    return !(key && key[0] != 0 && assoc->key.IsEmpty());
+  }
+  static unsigned int Rebucket(Assoc* assoc, unsigned int size) {
+    assoc->nHashValue = StringHash(assoc->key.GetString()) % size;
+    return assoc->nHashValue;
+  }
+  static void Destroy(Assoc* assoc) { assoc->key.~TBstr(); }
+  static void CopyOut(const Assoc* assoc, KeyOut& out) { out.Assign(assoc->key); }
+  static const bool kDestroysKeys = true;
+};
+
 POSITION const kBeforeStart = reinterpret_cast<POSITION>(~uintptr_t(0));
 
 }  // namespace
@@ -672,6 +706,44 @@ TPtrFromGuidMap::SAssoc* TPtrFromGuidMap::NewAssoc() {
 void TPtrFromGuidMap::FreeAssoc(SAssoc* assoc) {
   OvraMapOps<TPtrFromGuidMap>::FreeAssoc(*this, assoc);
 }
+
+// ---------------------------------------------------------------------------
+// TPtrFromBstrMap
+
+TPtrFromBstrMap::TPtrFromBstrMap(int blockSize) {
+  OvraMapOps<TPtrFromBstrMap>::Construct(*this, blockSize);
+}
+TPtrFromBstrMap::~TPtrFromBstrMap() { RemoveAll(); }
+void TPtrFromBstrMap::InitHashTable(unsigned int size, bool allocNow) {
+  OvraMapOps<TPtrFromBstrMap>::InitHashTable(*this, size, allocNow);
+}
+void TPtrFromBstrMap::RemoveAll() { OvraMapOps<TPtrFromBstrMap>::RemoveAll(*this); }
+bool TPtrFromBstrMap::Lookup(const unsigned short* key, void*& value) const {
+  return OvraMapOps<TPtrFromBstrMap>::Lookup(*this, key, value);
+}
+void*& TPtrFromBstrMap::operator[](const unsigned short* key) {
+  return OvraMapOps<TPtrFromBstrMap>::Subscript(*this, key);
+}
+bool TPtrFromBstrMap::SetAt(const unsigned short* key, void* value) {
+  return OvraMapOps<TPtrFromBstrMap>::SetAt(*this, key, value);
+}
+bool TPtrFromBstrMap::RemoveKey(const unsigned short* key) {
+  return OvraMapOps<TPtrFromBstrMap>::RemoveKey(*this, key);
+}
+void TPtrFromBstrMap::GetNextAssoc(POSITION& pos, TBstr& key, void*& value) const {
+  OvraMapOps<TPtrFromBstrMap>::GetNextAssoc(*this, pos, key, value);
+}
+TPtrFromBstrMap::SAssoc* TPtrFromBstrMap::GetAssocAt(const unsigned short* key,
+                                                     unsigned int& hash) const {
+  return OvraMapOps<TPtrFromBstrMap>::GetAssocAt(*this, key, hash);
+}
+TPtrFromBstrMap::SAssoc* TPtrFromBstrMap::NewAssoc() {
+  return OvraMapOps<TPtrFromBstrMap>::NewAssoc(*this);
+}
+void TPtrFromBstrMap::FreeAssoc(SAssoc* assoc) {
+  OvraMapOps<TPtrFromBstrMap>::FreeAssoc(*this, assoc);
+}
+unsigned int TPtrFromBstrMap::HashKey(const unsigned short* key) const { return StringHash(key); }
 
 // ---------------------------------------------------------------------------
 // TFifoBuffer

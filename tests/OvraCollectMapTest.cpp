@@ -6,10 +6,12 @@
 #include <algorithm>
 #include <deque>
 #include <random>
+#include <string>
 #include <unordered_map>
 #include <utility>
 #include <vector>
 
+#include "OvraBstr.h"
 #include "OvraCollect.h"
 #include "TestAllocator.h"
 
@@ -571,6 +573,7 @@ struct PtrMapKind {
     for (const auto& kv : Iterate(m)) out.emplace_back(reinterpret_cast<uintptr_t>(kv.first), kv.second);
     return out;
   }
+  static long KeyAllocs(Key) { return 0; }
 };
 
 struct GuidMapKind {
@@ -597,6 +600,7 @@ struct GuidMapKind {
     }
     return out;
   }
+  static long KeyAllocs(Key) { return 0; }
 };
 
 template <class Kind>
@@ -610,10 +614,12 @@ void RunRandomMapModel(unsigned seed, int blockSize) {
   unsigned int tableSize = 17;
   long blocks = 0, freeAssocs = 0;
 
+  long keyBlocks = 0;  // memory owned by the keys' copies
   auto insert = [&](Key k, long failAt) {
-    // Allocations needed, in order: the bucket array, then a pool block.
-    const long needed = (buckets.empty() ? 1 : 0) + (freeAssocs == 0 ? 1 : 0);
+    // Allocations needed, in order: the bucket array, a pool block, the key's copy.
+    const long needed = (buckets.empty() ? 1 : 0) + (freeAssocs == 0 ? 1 : 0) + Kind::KeyAllocs(k);
     if (failAt != 0 && failAt <= needed) return false;
+    keyBlocks += Kind::KeyAllocs(k);
     if (buckets.empty()) buckets.resize(tableSize);
     if (freeAssocs == 0) {
       ++blocks;
@@ -626,12 +632,13 @@ void RunRandomMapModel(unsigned seed, int blockSize) {
   auto release = [&]() {
     buckets.clear();
     blocks = freeAssocs = 0;
+    keyBlocks = 0;
   };
 
   for (int step = 0; step < 30000; ++step) {
     const Key k = Kind::RandomKey(rng);
     void* v = P(1 + rng() % 1000);
-    const long failAt = rng() % 5 == 0 ? 1 + static_cast<long>(rng() % 2) : 0;
+    const long failAt = rng() % 5 == 0 ? 1 + static_cast<long>(rng() % 3) : 0;
     if (failAt) FailNthAllocation(failAt);
     const bool present = model.count(k) != 0;
     const unsigned op = rng() % 10;
@@ -667,6 +674,7 @@ void RunRandomMapModel(unsigned seed, int blockSize) {
           auto& chain = buckets[Kind::Bucket(k, tableSize)];
           chain.erase(std::find(chain.begin(), chain.end(), k));
           ++freeAssocs;
+          keyBlocks -= Kind::KeyAllocs(k);
           if (model.empty()) release();
         }
         break;
@@ -708,7 +716,8 @@ void RunRandomMapModel(unsigned seed, int blockSize) {
     StopFailing();
     ASSERT_EQ(map.GetCount(), static_cast<int>(model.size())) << "step " << step << " op " << op;
     ASSERT_EQ(map.GetHashTableSize(), tableSize) << "step " << step;
-    ASSERT_EQ(Stats().live, (buckets.empty() ? 0 : 1) + blocks) << "step " << step << " op " << op;
+    ASSERT_EQ(Stats().live, (buckets.empty() ? 0 : 1) + blocks + keyBlocks)
+        << "step " << step << " op " << op;
     if (step % 7 == 0 || op == 8) {
       std::vector<std::pair<Key, void*>> expected;
       for (const auto& chain : buckets) {
@@ -728,6 +737,323 @@ TEST(PtrFromPtrMapTest, RandomOperationsMatchAnUnorderedMapIncludingOrderAndPool
 TEST(PtrFromGuidMapTest, RandomOperationsMatchAnUnorderedMapIncludingOrderAndPool) {
   RunRandomMapModel<GuidMapKind>(5678, 10);
   RunRandomMapModel<GuidMapKind>(31337, 3);
+}
+
+// ===========================================================================
+// TPtrFromBstrMap
+
+// A zero-terminated 16-bit copy of a UTF-16 literal.
+struct W {
+  std::vector<unsigned short> units;
+  explicit W(const std::u16string& s) : units(s.begin(), s.end()) { units.push_back(0); }
+  operator const unsigned short*() const { return units.data(); }
+};
+
+std::u16string Text(const TBstr& s) {
+  const unsigned short* p = s.GetString();
+  return std::u16string(p, p + s.GetLength());
+}
+
+// The hash computed independently: 64-bit arithmetic reduced to 32 bits.
+unsigned int ExpectedHash(const std::u16string& s) {
+  uint64_t h = 0;
+  for (char16_t c : s) h = (h * 33 + c) & 0xFFFFFFFFu;
+  return static_cast<unsigned int>(h);
+}
+
+std::vector<std::pair<std::u16string, void*>> Iterate(const TPtrFromBstrMap& m) {
+  std::vector<std::pair<std::u16string, void*>> out;
+  POSITION pos = m.GetStartPosition();
+  while (pos && out.size() <= 100000) {
+    TBstr key;
+    void* value = nullptr;
+    m.GetNextAssoc(pos, key, value);
+    out.emplace_back(Text(key), value);
+  }
+  return out;
+}
+
+std::vector<std::u16string> Keys(const TPtrFromBstrMap& m) {
+  std::vector<std::u16string> keys;
+  for (const auto& kv : Iterate(m)) keys.push_back(kv.first);
+  return keys;
+}
+
+TEST(PtrFromBstrMapTest, NewMapHasTableSize17AndOwnsNoMemory) {
+  ScopedCountingLibrary lib;
+  TPtrFromBstrMap m;
+  EXPECT_EQ(m.GetHashTableSize(), 17u);
+  EXPECT_TRUE(m.IsEmpty());
+  EXPECT_EQ(m.GetStartPosition(), nullptr);
+  void* value = P(3);
+  EXPECT_FALSE(m.Lookup(W(u"key"), value));
+  EXPECT_EQ(value, P(3));
+  EXPECT_FALSE(m.RemoveKey(W(u"key")));
+  EXPECT_EQ(Stats().requests, 0);
+}
+
+TEST(PtrFromBstrMapTest, HashKeyIsTimes33PlusEachCodeUnit) {
+  TPtrFromBstrMap m;
+  EXPECT_EQ(m.HashKey(W(u"")), 0u);
+  EXPECT_EQ(m.HashKey(nullptr), 0u);
+  EXPECT_EQ(m.HashKey(W(u"A")), 65u);
+  EXPECT_EQ(m.HashKey(W(u"AB")), 2211u);
+  // Long keys wrap around in 32 bits; every code unit counts in full.
+  const std::u16string longKey = u"The quick brown fox jumps over the lazy dog \uFFFF\u1234";
+  EXPECT_EQ(m.HashKey(W(longKey)), ExpectedHash(longKey));
+  const std::u16string wide = u"\uFFFF\uFFFF\uFFFF\uFFFF\uFFFF\uFFFF\uFFFF";
+  EXPECT_EQ(m.HashKey(W(wide)), ExpectedHash(wide));
+  unsigned int hash = 0;
+  EXPECT_EQ(m.GetAssocAt(W(u"AB"), hash), nullptr);  // no bucket array yet
+  EXPECT_EQ(hash, 2211u % 17u);
+}
+
+TEST(PtrFromBstrMapTest, IterationIsBucketOrderNewestFirstWithinABucket) {
+  TPtrFromBstrMap m;
+  // "A" (65) and "R" (82) share bucket 14; "AB" (2211) is in bucket 1 and the
+  // empty key in bucket 0.
+  m[W(u"A")] = P(1);
+  m[W(u"AB")] = P(2);
+  m[W(u"R")] = P(3);
+  m[W(u"")] = P(4);
+  const auto items = Iterate(m);
+  ASSERT_EQ(items.size(), 4u);
+  EXPECT_EQ(items[0], std::make_pair(std::u16string(u""), P(4)));
+  EXPECT_EQ(items[1], std::make_pair(std::u16string(u"AB"), P(2)));
+  EXPECT_EQ(items[2], std::make_pair(std::u16string(u"R"), P(3)));
+  EXPECT_EQ(items[3], std::make_pair(std::u16string(u"A"), P(1)));
+}
+
+TEST(PtrFromBstrMapTest, AssociationsRememberTheirBucketIndex) {
+  TPtrFromBstrMap m;
+  m.InitHashTable(31, true);
+  m[W(u"hello")] = P(1);
+  unsigned int hash = 0;
+  TPtrFromBstrMap::SAssoc* a = m.GetAssocAt(W(u"hello"), hash);
+  ASSERT_NE(a, nullptr);
+  EXPECT_EQ(hash, ExpectedHash(u"hello") % 31u);
+  EXPECT_EQ(a->nHashValue, hash);
+  EXPECT_EQ(Text(a->key), u"hello");
+}
+
+TEST(PtrFromBstrMapTest, IterationScansOnFromTheStoredBucketIndexNotARehash) {
+  TPtrFromBstrMap m;
+  m[W(u"")] = P(1);    // bucket 0
+  m[W(u"AB")] = P(2);  // bucket 1
+  m[W(u"A")] = P(3);   // bucket 14
+  unsigned int hash = 0;
+  TPtrFromBstrMap::SAssoc* empty = m.GetAssocAt(W(u""), hash);
+  ASSERT_NE(empty, nullptr);
+  // Pretend the empty key had been stored in bucket 13: the scan for the next
+  // association then starts at bucket 14 and passes bucket 1 by.
+  empty->nHashValue = 13;
+  EXPECT_EQ(Keys(m), (std::vector<std::u16string>{u"", u"A"}));
+  empty->nHashValue = 0;
+  EXPECT_EQ(Keys(m), (std::vector<std::u16string>{u"", u"AB", u"A"}));
+}
+
+TEST(PtrFromBstrMapTest, KeysAreCopiedAndComparedByText) {
+  TPtrFromBstrMap m;
+  W key(u"abc");
+  m[key] = P(1);
+  key.units[0] = 'x';  // the map holds its own copy
+  void* value = nullptr;
+  EXPECT_TRUE(m.Lookup(W(u"abc"), value));
+  EXPECT_EQ(value, P(1));
+  EXPECT_FALSE(m.Lookup(key, value));
+  EXPECT_FALSE(m.Lookup(W(u"ABC"), value));  // case counts
+  EXPECT_FALSE(m.Lookup(W(u"ab"), value));
+  EXPECT_FALSE(m.Lookup(W(u"abcd"), value));
+  EXPECT_EQ(Keys(m), std::vector<std::u16string>{u"abc"});
+}
+
+TEST(PtrFromBstrMapTest, NullAndEmptyKeysAreTheSameKey) {
+  ScopedCountingLibrary lib;
+  TPtrFromBstrMap m;
+  m[nullptr] = P(5);
+  EXPECT_EQ(Stats().live, 2);  // the empty key needs no copy
+  void* value = nullptr;
+  EXPECT_TRUE(m.Lookup(W(u""), value));
+  EXPECT_EQ(value, P(5));
+  EXPECT_TRUE(m.SetAt(W(u""), P(6)));
+  EXPECT_EQ(m.GetCount(), 1);
+  EXPECT_TRUE(m.RemoveKey(nullptr));
+  EXPECT_TRUE(m.IsEmpty());
+  EXPECT_EQ(Stats().live, 0);
+}
+
+TEST(PtrFromBstrMapTest, SubscriptOfAMissingKeyInsertsNull) {
+  TPtrFromBstrMap m;
+  EXPECT_EQ(m[W(u"one")], nullptr);
+  EXPECT_EQ(m.GetCount(), 1);
+  m[W(u"one")] = P(1);
+  EXPECT_EQ(m[W(u"one")], P(1));
+  EXPECT_EQ(m.GetCount(), 1);
+  EXPECT_TRUE(m.SetAt(W(u"two"), P(2)));
+  EXPECT_EQ(m.GetCount(), 2);
+}
+
+TEST(PtrFromBstrMapTest, IteratingOneKeyYieldsItOnceAndEndsWithANullPosition) {
+  TPtrFromBstrMap m;
+  m[W(u"solo")] = P(9);
+  POSITION pos = m.GetStartPosition();
+  TBstr key(W(u"previous"));
+  void* value = nullptr;
+  m.GetNextAssoc(pos, key, value);
+  EXPECT_EQ(Text(key), u"solo");
+  EXPECT_EQ(value, P(9));
+  EXPECT_EQ(pos, nullptr);
+}
+
+TEST(PtrFromBstrMapTest, MemoryIsTheBucketArrayPoolBlocksAndOneCopyPerKey) {
+  ScopedCountingLibrary lib;
+  TPtrFromBstrMap m;
+  m[W(u"k0")] = P(0);
+  EXPECT_EQ(Stats().allocs, 3);  // bucket array, pool block, key copy
+  for (int i = 1; i < 10; ++i) m[W(std::u16string(u"k") + char16_t('0' + i))] = P(i);
+  EXPECT_EQ(Stats().live, 2 + 10);
+  m[W(u"k10")] = P(10);  // the eleventh association needs a second block
+  EXPECT_EQ(Stats().live, 3 + 11);
+  EXPECT_TRUE(m.RemoveKey(W(u"k3")));  // its key copy goes at once
+  EXPECT_EQ(Stats().live, 3 + 10);
+  m.RemoveAll();  // destroys every remaining key
+  EXPECT_EQ(Stats().live, 0);
+  EXPECT_EQ(m.GetHashTableSize(), 17u);
+  for (int i = 0; i < 12; ++i) m[W(std::u16string(u"again") + char16_t('a' + i))] = P(i);
+  for (int i = 0; i < 12; ++i) {
+    ASSERT_TRUE(m.RemoveKey(W(std::u16string(u"again") + char16_t('a' + i))));
+  }
+  EXPECT_EQ(Stats().live, 0);  // the last removal released everything
+  {
+    TPtrFromBstrMap scoped;
+    scoped[W(u"x")] = P(1);
+    scoped[W(u"y")] = P(2);
+  }
+  EXPECT_EQ(Stats().live, 0);  // the destructor destroys the keys
+}
+
+TEST(PtrFromBstrMapTest, NewAssocHandsOutAnEmptyKeyWithoutAllocating) {
+  ScopedCountingLibrary lib;
+  TPtrFromBstrMap m;
+  TPtrFromBstrMap::SAssoc* keep = m.NewAssoc();
+  ASSERT_NE(keep, nullptr);
+  EXPECT_EQ(Stats().allocs, 1);  // the pool block only
+  EXPECT_TRUE(keep->key.IsEmpty());
+  EXPECT_EQ(keep->value, nullptr);
+  TPtrFromBstrMap::SAssoc* a = m.NewAssoc();
+  a->key.Assign(W(u"owned"));
+  EXPECT_EQ(Stats().live, 2);
+  m.FreeAssoc(a);  // destroys the key
+  EXPECT_EQ(Stats().live, 1);
+  TPtrFromBstrMap::SAssoc* b = m.NewAssoc();
+  EXPECT_EQ(b, a);
+  EXPECT_TRUE(b->key.IsEmpty());
+  m.FreeAssoc(b);
+  m.FreeAssoc(keep);
+  EXPECT_EQ(Stats().live, 0);
+}
+
+TEST(PtrFromBstrMapTest, InitHashTableOnANonEmptyMapRecomputesTheStoredIndexes) {
+  TPtrFromBstrMap m;
+  const std::vector<std::u16string> keys = {u"alpha", u"beta", u"gamma", u"delta", u"epsilon",
+                                            u"zeta", u"eta", u"theta"};
+  for (size_t i = 0; i < keys.size(); ++i) m[W(keys[i])] = P(i + 1);
+  m.InitHashTable(3, false);
+  EXPECT_EQ(m.GetHashTableSize(), 3u);
+  std::vector<unsigned int> buckets;
+  for (const auto& kv : Iterate(m)) {
+    unsigned int hash = 0;
+    TPtrFromBstrMap::SAssoc* a = m.GetAssocAt(W(kv.first), hash);
+    ASSERT_NE(a, nullptr);
+    EXPECT_EQ(a->nHashValue, ExpectedHash(kv.first) % 3u);
+    EXPECT_EQ(hash, a->nHashValue);
+    buckets.push_back(hash);
+  }
+  EXPECT_EQ(buckets.size(), keys.size());
+  EXPECT_TRUE(std::is_sorted(buckets.begin(), buckets.end()));
+}
+
+// --- running out of memory -------------------------------------------------
+
+TEST(PtrFromBstrMapTest, FailedKeyCopyLeavesTheMapUnchangedAndReleasesWhatItMade) {
+  ScopedCountingLibrary lib;
+  TPtrFromBstrMap m;
+  for (long n = 1; n <= 3; ++n) {  // bucket array, pool block, key copy
+    FailNthAllocation(n);
+    EXPECT_FALSE(m.SetAt(W(u"first"), P(1))) << n;
+    EXPECT_EQ(m.GetCount(), 0);
+    EXPECT_EQ(Stats().live, 0) << n;
+    FailNthAllocation(n);
+    void*& slot = m[W(u"first")];
+    slot = P(7);  // the scratch slot
+    EXPECT_EQ(m.GetCount(), 0);
+    EXPECT_EQ(Stats().live, 0) << n;
+  }
+  StopFailing();
+  for (int i = 0; i < 10; ++i) m[W(std::u16string(u"key") + char16_t('a' + i))] = P(i);
+  const auto before = Iterate(m);
+  const long live = Stats().live;
+  // The pool is full: a new block, then the key copy; failing the copy must
+  // release the new block again.
+  FailNthAllocation(2);
+  EXPECT_FALSE(m.SetAt(W(u"eleventh"), P(11)));
+  EXPECT_EQ(Stats().live, live);
+  StopFailing();
+  EXPECT_TRUE(m.RemoveKey(W(u"keya")));
+  const auto afterRemove = Iterate(m);
+  const long liveAfterRemove = Stats().live;
+  FailNthAllocation(1);  // a free association is at hand: only the copy fails
+  EXPECT_FALSE(m.SetAt(W(u"eleventh"), P(11)));
+  StopFailing();
+  EXPECT_EQ(Stats().live, liveAfterRemove);
+  EXPECT_EQ(Iterate(m), afterRemove);
+  EXPECT_EQ(afterRemove.size() + 1, before.size());
+  EXPECT_TRUE(m.SetAt(W(u"eleventh"), P(11)));
+  EXPECT_EQ(m.GetCount(), 10);
+}
+
+TEST(PtrFromBstrMapTest, FailedKeyCopyDuringIterationEmptiesTheKeyAndAdvances) {
+  ScopedCountingLibrary lib;
+  TPtrFromBstrMap m;
+  m[W(u"A")] = P(1);
+  m[W(u"AB")] = P(2);
+  POSITION pos = m.GetStartPosition();
+  TBstr key(W(u"old"));
+  void* value = nullptr;
+  FailNthAllocation(1);
+  m.GetNextAssoc(pos, key, value);
+  StopFailing();
+  EXPECT_TRUE(key.IsEmpty());
+  EXPECT_EQ(value, P(2));  // "AB" in bucket 1 comes first
+  ASSERT_NE(pos, nullptr);
+  m.GetNextAssoc(pos, key, value);
+  EXPECT_EQ(Text(key), u"A");
+  EXPECT_EQ(pos, nullptr);
+}
+
+struct BstrMapKind {
+  typedef TPtrFromBstrMap Map;
+  typedef std::u16string Key;
+  static Key RandomKey(std::mt19937& rng) {
+    // Short keys over a small alphabet, the empty key among them.
+    static const char16_t kAlphabet[] = u"abAB\u00E9\uFFFF";
+    Key k;
+    const unsigned length = rng() % 4;
+    for (unsigned i = 0; i < length; ++i) k += kAlphabet[rng() % 6];
+    return k;
+  }
+  static unsigned int Bucket(const Key& k, unsigned int size) { return ExpectedHash(k) % size; }
+  static bool Lookup(const Map& m, const Key& k, void*& v) { return m.Lookup(W(k), v); }
+  static void*& Subscript(Map& m, const Key& k) { return m[W(k)]; }
+  static bool SetAt(Map& m, const Key& k, void* v) { return m.SetAt(W(k), v); }
+  static bool RemoveKey(Map& m, const Key& k) { return m.RemoveKey(W(k)); }
+  static std::vector<std::pair<Key, void*>> Items(const Map& m) { return Iterate(m); }
+  static long KeyAllocs(const Key& k) { return k.empty() ? 0 : 1; }
+};
+
+TEST(PtrFromBstrMapTest, RandomOperationsMatchAnUnorderedMapIncludingOrderAndPool) {
+  RunRandomMapModel<BstrMapKind>(2718, 10);
+  RunRandomMapModel<BstrMapKind>(1618, 4);
 }
 
 }  // namespace
