@@ -27,6 +27,7 @@ class OVRA_API TDigestPrng {
   // not carry past 0xFF; from the second call on it steps by the increment.
   void Seed(const unsigned char* data, unsigned len);
 
+  // Not copyable: a copy would share the original's buffer.
   TDigestPrng(const TDigestPrng&) = delete;
   TDigestPrng& operator=(const TDigestPrng&) = delete;
 
@@ -35,13 +36,13 @@ class OVRA_API TDigestPrng {
   void Step();
 
   TMessageDigest* m_pDigest;
-  unsigned m_size;               // digest size, and size of each block
-  bool m_seedPending;            // seed fed to the digest, not yet the state
-  unsigned m_seedCountdown;      // 2, 1 after the first Seed, 0 from the second on
-  unsigned char* m_pState;       // buffer[0, size)
-  unsigned char* m_pIncrement;   // buffer[size, 2 * size)
-  unsigned char* m_pOutput;      // buffer[2 * size, 3 * size): the last block made
-  unsigned m_available;          // bytes at the end of the output block not handed out
+  unsigned m_size;              // digest size, and size of each block
+  bool m_seedPending;           // seed fed to the digest, not yet the state
+  unsigned m_seedCountdown;     // 2, 1 after the first Seed, 0 from the second on
+  unsigned char* m_pState;      // buffer[0, size)
+  unsigned char* m_pIncrement;  // buffer[size, 2 * size)
+  unsigned char* m_pOutput;     // buffer[2 * size, 3 * size): the last block made
+  unsigned m_available;         // bytes at the end of the output block not handed out
 };
 
 // The MD5 generator: a TDigestPrng over its own TMd5Digest and 48-byte buffer.

@@ -1,8 +1,6 @@
 // Tests of the digest-based random generator: an independent model of it
 // compared over long outputs, the seeding and stepping rules, the caller's
 // buffer layout, and the shared instance with its start-up and shutdown.
-#include "OvraRand.h"
-
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <string.h>
@@ -12,6 +10,7 @@
 
 #include "DigestReference.h"
 #include "Ovra.h"
+#include "OvraRand.h"
 #include "TestAllocator.h"
 
 using namespace ovra_test;
@@ -108,7 +107,7 @@ class ModelPrng {
   bool m_pending = false;
   Bytes m_material;  // digest input gathered for the pending seed
   Bytes m_state, m_increment;
-  Bytes m_queue;     // the bytes of the last output block not handed out
+  Bytes m_queue;  // the bytes of the last output block not handed out
 };
 
 Bytes Generate(TDigestPrng& prng, size_t n) {
