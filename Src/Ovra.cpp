@@ -30,11 +30,13 @@ bool StartUpChain(SAllocator* allocator) {
   return MemInit(allocator) &&
          SyncInit() &&
          BstrInit() &&
-         DebugInit();
+         DebugInit() &&
+         RandInit();
 }
 
 // The shutdown hooks, in the reverse order of start-up, PSTerm last.
 void ShutDownChain() {
+  RandTerm();
   DebugTerm();
   BstrTerm();
   SyncTerm();

@@ -13,6 +13,8 @@ bool BstrInit();    // nothing to set up for strings yet: returns true
 void BstrTerm();
 bool DebugInit();
 void DebugTerm();
+bool RandInit();    // seeds rand() and creates the shared generator; false when out of memory
+void RandTerm();    // frees the shared generator
 void PSTerm();
 
 // The library's own module hooks, run by its SharedLibInit/SharedLibTerm entry
