@@ -181,6 +181,7 @@ class OVRA_API TBstr {
   unsigned short GetAt(int index) const;
   // Stores ch at index when 0 <= index < length and ch is not 0; a zero ch is
   // refused silently, so the text never gains an inner terminator this way.
+  // The narrow copy is dropped in every case.
   void SetAt(int index, unsigned short ch);
   // The zero-terminated text; a shared empty string when empty, never null.
   const unsigned short* GetString() const;
@@ -216,14 +217,21 @@ class OVRA_API TBstr {
   // Appends the narrow text s widened byte for byte (null: nothing).
   TBstr& Append(const char* s);
 
+  // Assign(other): an independent copy of other's text.
   TBstr& operator=(const TBstr& other) { return Assign(other); }
   // Takes other's buffer, leaving other empty; moving a string to itself changes nothing.
   TBstr& operator=(TBstr&& other) noexcept;
+  // Assign(s) for zero-terminated wide text (null: empty).
   TBstr& operator=(const unsigned short* s) { return Assign(s); }
+  // Assign(s) for narrow text, widened byte for byte (null: empty).
   TBstr& operator=(const char* s) { return Assign(s); }
+  // Append(other); a string may be appended to itself.
   TBstr& operator+=(const TBstr& other) { return Append(other); }
+  // Append(s) for zero-terminated wide text (null: nothing).
   TBstr& operator+=(const unsigned short* s) { return Append(s); }
+  // Append(s) for narrow text, widened byte for byte (null: nothing).
   TBstr& operator+=(const char* s) { return Append(s); }
+  // Append(ch); a ch of 0 does nothing.
   TBstr& operator+=(unsigned short ch) { return Append(ch); }
 
   // --- comparison (negative, zero, positive: this sorts before, equal, after) --
@@ -238,7 +246,9 @@ class OVRA_API TBstr {
   // of the lengths without trailing blanks. No other normalisation (tabs, accents).
   int CompareNormal(const unsigned short* s) const;
 
+  // Compare(other.GetString()) == 0: like Compare, ends at an inner zero character.
   bool operator==(const TBstr& other) const { return Compare(other.GetString()) == 0; }
+  // The negation of operator==.
   bool operator!=(const TBstr& other) const { return !(*this == other); }
 
   // --- substrings --------------------------------------------------------------
