@@ -1292,8 +1292,13 @@ bool OvraIsoToQelEncoding(const unsigned short* name, int& code) {
 
 bool OvraQelToIsoLang(int code, TBstr& tag) {
   if (code >= 0 && code < kLanguageCount && kLanguageTable[code][0]) {
-    tag.Assign(kLanguageTable[code]);
-    return !tag.IsEmpty();
+    // Widened here rather than through the narrow Assign, which would take a
+    // heap block of its own for a tag of at most five characters.
+    unsigned short wide[sizeof kLanguageTable[0]];
+    size_t i = 0;
+    for (const char* c = kLanguageTable[code]; *c; ++c) wide[i++] = static_cast<unsigned char>(*c);
+    wide[i] = 0;
+    return StoreName(tag, wide);
   }
   StoreName(tag, kUnknownName);
   return false;
