@@ -39,7 +39,7 @@ class OVRA_API TLibrary {
 
   // Opens the library file named by spec (see LibraryLoad) and keeps spec as
   // given. False, with the object unchanged, when a library is already loaded,
-  // spec is empty or LibraryLoad fails.
+  // spec is empty, its copy cannot be made or LibraryLoad fails.
   bool Load(const TBstr& spec);
   // Runs the library's SharedLibTerm and closes it. False when nothing is
   // loaded, or when the loader fails to close it: the object then stays
@@ -61,9 +61,11 @@ class OVRA_API TLibrary {
   // the file. The part before the last "/" (or "./" without a "/") must be an
   // existing directory, which is made absolute; so "libx.so" is "./libx.so" in
   // the current directory, never a library on the loader's search path, and
-  // "/libx.so" fails (its directory part is empty). Fails when spec has a
+  // "/libx.so" fails (its directory part is empty; "//libx.so" names a file
+  // in the root directory). Fails when spec has a
   // character 0 or above 255, spec or the absolute path needs more than 1023
-  // bytes, the loader refuses the file, or SharedLibInit is missing or refuses.
+  // bytes, memory runs out, the loader refuses the file, or SharedLibInit is
+  // missing or refuses (the library is then closed as by LibraryFree).
   static void* LibraryLoad(const TBstr& spec);
   // Runs the library's SharedLibTerm, if it defines one, then closes the
   // handle. False for kInvalidHandleValue or when the loader's close fails.
