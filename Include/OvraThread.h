@@ -2,6 +2,8 @@
 #ifndef OVRA_OVRATHREAD_H
 #define OVRA_OVRATHREAD_H
 
+#include <new>
+
 #include "Unix/OvraPlatform.h"
 
 // One operating-system thread running a caller's procedure with one argument.
@@ -45,7 +47,9 @@ class OVRA_API TThread {
   // Objects made by OvraCreateThread come from the library's allocator, and a
   // delete in application code returns them there.
   static void* operator new(size_t size) noexcept;
+  static void* operator new(size_t size, const std::nothrow_t&) noexcept;
   static void operator delete(void* pointer) noexcept;
+  static void operator delete(void* pointer, const std::nothrow_t&) noexcept;
 
  private:
   static void* ThreadCreate(void* thread, bool suspended);
@@ -65,5 +69,25 @@ class OVRA_API TThread {
 // null, memory runs out or the thread cannot be made (nothing is leaked).
 // The caller owns the result and ends it with delete.
 OVRA_EXTERN_C OVRA_API TThread* OvraCreateThread(int (*proc)(void*), void* arg, bool suspended);
+
+// Thread-local data: every thread has its own table of zero-filled blocks,
+// each found by a caller-chosen key. A thread that uses it brackets its life
+// with OvraInitialize/OvraUninitialize; that OvraUninitialize frees the
+// thread's table and blocks (nothing is freed at thread exit by itself).
+// Without a started library every call fails (null/false).
+
+// A new zero-filled block of `size` bytes stored under `key` (the block an
+// earlier call stored under `key` is replaced, not freed), or null when memory
+// runs out. A size of 0 stores whatever the allocator returns for 0 bytes.
+OVRA_EXTERN_C OVRA_API void* OvraTlsAddData(void* key, unsigned int size);
+// The calling thread's block under `key`, or null. Creates nothing.
+OVRA_EXTERN_C OVRA_API void* OvraTlsGetData(void* key);
+// The existing block under `key` (a stored null counts as absent), else a new
+// one as OvraTlsAddData makes it.
+OVRA_EXTERN_C OVRA_API void* OvraTlsGetAddData(void* key, unsigned int size);
+// Removes `key` and releases its block with the C library's free(), not with
+// the installed allocator: use it only while the allocator is malloc-based.
+// True if `key` was present.
+OVRA_EXTERN_C OVRA_API bool OvraTlsRemoveData(void* key);
 
 #endif

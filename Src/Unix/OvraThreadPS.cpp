@@ -1,10 +1,13 @@
 // OvraThreadPS.cpp - POSIX threads behind TThread.
 #include <pthread.h>
+
+#include <new>
 #include <stdint.h>
 #include <sys/select.h>
 #include <sys/time.h>
 
 #include "OvraThread.h"
+#include "OvraThreadPS.h"
 
 namespace {
 
@@ -27,7 +30,7 @@ extern "C" void* _ThreadProc(void* thread) {
 }  // namespace
 
 void* TThread::ThreadCreate(void* thread, bool /*suspended*/) {
-  SThreadCell* cell = new SThreadCell();
+  SThreadCell* cell = new (std::nothrow) SThreadCell();
   if (!cell) return kInvalidHandleValue;
   if (pthread_create(&cell->thread, nullptr, _ThreadProc, thread) != 0) {
     delete cell;  // released so that a failed creation leaks nothing
@@ -69,4 +72,30 @@ void TThread::ThreadSleep(unsigned int ms) {
   timeout.tv_sec = static_cast<time_t>(ms / 1000);
   timeout.tv_usec = static_cast<suseconds_t>((ms % 1000) * 1000);
   select(0, nullptr, nullptr, nullptr, &timeout);  // an interrupted sleep ends early
+}
+
+// --- thread-local data ---------------------------------------------------------
+
+namespace {
+pthread_key_t s_tlsKey;
+// Whether s_tlsKey exists: before start-up the key value could name another
+// component's slot, which must never be read or written.
+bool s_tlsKeyValid = false;
+}  // namespace
+
+bool InternalTlsInit() {
+  s_tlsKeyValid = pthread_key_create(&s_tlsKey, nullptr) == 0;
+  return s_tlsKeyValid;
+}
+
+void InternalTlsTerm() {
+  if (!s_tlsKeyValid) return;
+  pthread_key_delete(s_tlsKey);
+  s_tlsKeyValid = false;
+}
+
+void* InternalTlsGetValue() { return s_tlsKeyValid ? pthread_getspecific(s_tlsKey) : nullptr; }
+
+bool InternalTlsSetValue(void* value) {
+  return s_tlsKeyValid && pthread_setspecific(s_tlsKey, value) == 0;
 }
