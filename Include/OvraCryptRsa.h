@@ -2,6 +2,7 @@
 #ifndef OVRA_OVRACRYPTRSA_H
 #define OVRA_OVRACRYPTRSA_H
 
+#include "OvraBstr.h"
 #include "Unix/OvraPlatform.h"
 
 // An unsigned multi-precision integer of 32-bit words (least significant first)
@@ -40,6 +41,9 @@ class OVRA_API TBigInt {
 
   // The least significant word as an int, 0 for zero.
   int ToInt() const;
+  // Upper-case hexadecimal, most significant digit first, no leading zeros;
+  // "0" for zero. Empty when the text cannot be allocated.
+  TBstr ToString() const;
   // Writes the value big-endian: exactly 4 bytes per word in use, so up to three
   // leading zero bytes, never padded to size. Returns that count, or 0 (nothing
   // written) when it exceeds size or out is null. Zero writes nothing, returns 0.
@@ -86,7 +90,6 @@ class OVRA_API TBigInt {
   void FixLength();
 
  private:
-  friend class TRsaPublicCipher;
 
   // Loads big-endian bytes; false (value zero) when refused or out of memory.
   bool SetBytes(const unsigned char* bytes, unsigned n);

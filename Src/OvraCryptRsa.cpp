@@ -50,22 +50,74 @@ unsigned SubWords(unsigned* r, const unsigned* a, unsigned la, const unsigned* b
   return borrow;
 }
 
-// r[0..la+lb) = a * b; r must not overlap a or b. Each row multiply-accumulates
-// across b and stores its carry at the row's top position.
+// An empty barrier: stops the compiler from re-associating the sum before it,
+// which would put the carry from word to word on a longer dependency chain.
+inline void KeepInRegister(uint64_t& v) {
+#if defined(__GNUC__) && defined(__x86_64__)
+  __asm__("" : "+r"(v));
+#else
+  (void)v;
+#endif
+}
+
+// a[0..n) += q * c[0..n); returns the carry word. This multiply-accumulate row
+// is the inner loop of multiplication, squaring and division alike; its only
+// chain from word to word is the carry, and unrolling lets the products of
+// neighbouring words overlap.
+unsigned MacRow(unsigned* a, const unsigned* c, unsigned n, unsigned q) {
+  uint64_t carry = 0;
+#pragma GCC unroll 4
+  for (unsigned k = 0; k < n; ++k) {
+    const uint64_t t = static_cast<uint64_t>(q) * c[k] + a[k] + carry;
+    a[k] = static_cast<unsigned>(t);
+    carry = t >> 32;
+  }
+  return static_cast<unsigned>(carry);
+}
+
+// a[0..n] += (q0 + q1 * 2^32) * c[0..n); returns the word for a[n+1] (modulo
+// 2^32: callers know the true sum fits or only need it modulo the window).
+// Two rows in one pass share the carry chain, which halves its length.
+unsigned MacRow2(unsigned* a, const unsigned* c, unsigned n, unsigned q0, unsigned q1) {
+  uint64_t carry = 0;
+  uint64_t pending = 0;  // what earlier products still add to this position
+  unsigned h1 = 0;       // high half of the last q1 product, for the next position
+#pragma GCC unroll 2
+  for (unsigned k = 0; k < n; ++k) {
+    const uint64_t p0 = static_cast<uint64_t>(q0) * c[k];
+    const uint64_t p1 = static_cast<uint64_t>(q1) * c[k];
+    uint64_t x = static_cast<uint64_t>(a[k]) + static_cast<unsigned>(p0) + pending;
+    KeepInRegister(x);  // so that the carry is added last, on the short chain
+    const uint64_t t = x + carry;
+    a[k] = static_cast<unsigned>(t);
+    carry = t >> 32;
+    pending = (p0 >> 32) + static_cast<unsigned>(p1) + h1;
+    h1 = static_cast<unsigned>(p1 >> 32);
+  }
+  const uint64_t t = static_cast<uint64_t>(a[n]) + pending + carry;
+  a[n] = static_cast<unsigned>(t);
+  return static_cast<unsigned>((t >> 32) + h1);
+}
+
+// c[0..n) = 2^(32n) - b[0..n), the complement through which division
+// subtracts a multiple of b by adding (b non-zero).
+void Complement(unsigned* c, const unsigned* b, unsigned n) {
+  unsigned carry = 1;
+  for (unsigned k = 0; k < n; ++k) {
+    const unsigned w = ~b[k] + carry;
+    carry = carry && w == 0;
+    c[k] = w;
+  }
+}
+
+// r[0..la+lb) = a * b; r must not overlap a or b. Rows are taken two at a
+// time; each pass multiply-accumulates across b and stores its carry at the
+// pass's top position, which no earlier pass has reached.
 void MulWords(unsigned* r, const unsigned* a, unsigned la, const unsigned* b, unsigned lb) {
   memset(r, 0, static_cast<size_t>(la + lb) * sizeof(unsigned));
-  for (unsigned i = 0; i < la; ++i) {
-    const uint64_t ai = a[i];
-    if (ai == 0) continue;
-    unsigned* row = r + i;
-    uint64_t carry = 0;
-    for (unsigned k = 0; k < lb; ++k) {
-      const uint64_t t = ai * b[k] + row[k] + carry;
-      row[k] = static_cast<unsigned>(t);
-      carry = t >> 32;
-    }
-    row[lb] = static_cast<unsigned>(carry);
-  }
+  unsigned i = 0;
+  for (; i + 1 < la; i += 2) r[i + lb + 1] = MacRow2(r + i, b, lb, a[i], a[i + 1]);
+  if (i < la) r[i + lb] = MacRow(r + i, b, lb, a[i]);
 }
 
 // r[0..2la) = a * a with each cross product computed once: the products a[i]a[k]
@@ -73,20 +125,26 @@ void MulWords(unsigned* r, const unsigned* a, unsigned la, const unsigned* b, un
 void SqrWords(unsigned* r, const unsigned* a, unsigned la) {
   const unsigned n = 2 * la;
   memset(r, 0, static_cast<size_t>(n) * sizeof(unsigned));
-  for (unsigned i = 0; i + 1 < la; ++i) {
-    const uint64_t ai = a[i];
-    if (ai == 0) continue;
-    unsigned* row = r + 2 * i + 1;
-    const unsigned* b = a + i + 1;
-    const unsigned lb = la - i - 1;
-    uint64_t carry = 0;
-    for (unsigned k = 0; k < lb; ++k) {
-      const uint64_t t = ai * b[k] + row[k] + carry;
-      row[k] = static_cast<unsigned>(t);
-      carry = t >> 32;
+  // Rows i and i + 1 (a[i] times a[i+1..], a[i+1] times a[i+2..]) in one pass:
+  // a[i] * a[i+1] at position 2i + 1, then (a[i] + a[i+1] * 2^32) times
+  // a[i+2..] from position 2i + 2. The sum so far fits below position
+  // la + i + 2, so the single product's carry stops by la + i and the pass's
+  // top word lands on a word still zero.
+  unsigned i = 0;
+  for (; i + 2 < la; i += 2) {
+    const uint64_t p = static_cast<uint64_t>(a[i]) * a[i + 1];
+    unsigned* w = r + 2 * i + 1;
+    uint64_t t = static_cast<uint64_t>(w[0]) + static_cast<unsigned>(p);
+    w[0] = static_cast<unsigned>(t);
+    t = (t >> 32) + (p >> 32) + w[1];
+    w[1] = static_cast<unsigned>(t);
+    for (t >>= 32, w += 2; t; t >>= 32, ++w) {
+      t += *w;
+      *w = static_cast<unsigned>(t);
     }
-    row[lb] = static_cast<unsigned>(carry);
+    r[la + i + 1] = MacRow2(r + 2 * i + 2, a + i + 2, la - i - 2, a[i], a[i + 1]);
   }
+  if (i + 1 < la) r[i + la] = MacRow(r + 2 * i + 1, a + i + 1, la - i - 1, a[i]);
   // Double the cross products and add the squares in one pass.
   unsigned topBit = 0;
   uint64_t carry = 0;
@@ -106,23 +164,10 @@ void SqrWords(unsigned* r, const unsigned* a, unsigned la) {
   }
 }
 
-// a[0..n) -= q * b[0..n); returns the word still to subtract from a[n].
-unsigned MulSubWords(unsigned* a, const unsigned* b, unsigned n, unsigned q) {
-  uint64_t carry = 0;
-  for (unsigned k = 0; k < n; ++k) {
-    const uint64_t p = static_cast<uint64_t>(q) * b[k] + carry;
-    const unsigned lo = static_cast<unsigned>(p);
-    const unsigned ak = a[k];
-    a[k] = ak - lo;
-    carry = (p >> 32) + (ak < lo);
-  }
-  return static_cast<unsigned>(carry);
-}
-
 // r[0..n+1) = a[0..n) << bits, 0 <= bits < 32; r may be a.
 void ShlBits(unsigned* r, const unsigned* a, unsigned n, unsigned bits) {
   if (bits == 0) {
-    if (r != a) memmove(r, a, static_cast<size_t>(n) * sizeof(unsigned));
+    if (r != a && n) memmove(r, a, static_cast<size_t>(n) * sizeof(unsigned));
     r[n] = 0;
     return;
   }
@@ -139,7 +184,7 @@ void ShlBits(unsigned* r, const unsigned* a, unsigned n, unsigned bits) {
 // r may be a.
 void ShrBits(unsigned* r, const unsigned* a, unsigned n, unsigned bits) {
   if (bits == 0) {
-    if (r != a) memmove(r, a, static_cast<size_t>(n) * sizeof(unsigned));
+    if (r != a && n) memmove(r, a, static_cast<size_t>(n) * sizeof(unsigned));
     return;
   }
   for (unsigned i = 0; i < n; ++i) {
@@ -148,50 +193,186 @@ void ShrBits(unsigned* r, const unsigned* a, unsigned n, unsigned bits) {
   }
 }
 
+// (high:low) / d for a quotient known to fit a word; the member WordDiv is
+// exported, and calling it from the digit loop would go through the PLT.
+inline unsigned DivWord(unsigned low, unsigned high, unsigned d) {
+  return static_cast<unsigned>(((static_cast<uint64_t>(high) << 32) | low) / d);
+}
+
 unsigned Normalised(const unsigned* w, unsigned n) {
   while (n && w[n - 1] == 0) --n;
   return n;
 }
 
-// Long division of A by the normalised divisor B (top bit of B[lb-1] set).
-// A holds la words followed by at least one zero word (read as A[i] for the
-// topmost digit). On return the remainder is in A[0..lb) and the words above it
-// are zero; the quotient digits go to q[0..la-lb] unless q is null.
-// Each digit is estimated from the top two words of the current window divided
-// by top + 1, which never exceeds the true digit; the estimate times the divisor
-// is subtracted and the digit then raised while the window still holds B.
-void DivWords(unsigned* q, unsigned* A, unsigned la, const unsigned* B, unsigned lb) {
-  if (la < lb) return;
-  const unsigned top = B[lb - 1];
-  for (unsigned j = la - lb + 1; j-- > 0;) {
-    const unsigned i = j + lb;
-    unsigned* win = A + j;
-    unsigned digit;
-    if (top == 0xFFFFFFFFu) {
-      digit = A[i];
-    } else {
-      digit = TBigInt::WordDiv(A[i - 1], A[i], top + 1);
+// The normalised divisor of a long division (top bit of B[lb-1] set), its
+// complement C (see Complement) and the constants of the digit estimate.
+//
+// This is schoolbook long division with a cautious digit estimate: each digit
+// is estimated from the top words of the window so that it never exceeds the
+// true digit, the estimate times B is subtracted, and the digit is raised
+// while the window still holds B. The estimate (see Estimate) is almost always
+// exact, so the raising pass is rare; digits are taken two at a time where
+// that is safe, so that one pass over the window subtracts both.
+class TDivisor {
+ public:
+  TDivisor(const unsigned* b, const unsigned* c, unsigned lb)
+      : B(b), C(c), m_lb(lb), m_top(b[lb - 1]), m_d(0), m_v(0) {
+    const uint64_t top2 = lb >= 2 ? (static_cast<uint64_t>(m_top) << 32 | b[lb - 2]) : 0;
+    m_refine = lb >= 2 && top2 != UINT64_MAX;
+    if (m_refine) {
+      // d = top2 + 1 has its top bit set. v = floor((2^96 - 1) / d) - 2^32, the
+      // reciprocal through which Estimate divides three words by d without a
+      // hardware division: 2^64 - 1 divided by d is 1, then 32 one bits follow.
+      m_d = top2 + 1;
+      uint64_t rem = ~m_d;
+      for (unsigned bit = 32; bit-- > 0;) {
+        const bool over = rem >> 63;
+        rem = rem << 1 | 1;
+        if (over || rem >= m_d) {
+          rem -= m_d;
+          m_v |= 1u << bit;
+        }
+      }
     }
-    if (digit) A[i] -= MulSubWords(win, B, lb, digit);
+  }
+
+  // Divides A (la words followed by at least one zero word) in place: the
+  // remainder is left in A[0..lb) with zeros above it; the quotient digits go
+  // to q[0..la-lb] unless q is null. Digits are taken two at a time where the
+  // second can be estimated safely from the top words, so that one pass over
+  // the window subtracts both.
+  void Divide(unsigned* q, unsigned* A, unsigned la) const {
+    if (la < m_lb) return;
+    unsigned left = la - m_lb + 1;
+    while (left) {
+      if (left >= 2 && m_lb >= 3 && StepTwo(q, A, left - 1)) {
+        left -= 2;
+      } else {
+        StepOne(q, A, left - 1);
+        --left;
+      }
+    }
+  }
+
+ private:
+  // Lower bound of the digit of a window whose top words are x2:x1:x0, with
+  // x2:x1 not above B's top two words (the window is below B * 2^32).
+  // Dividing by one more than the divisor's top words never overestimates:
+  // with two words or more it is floor((x2:x1:x0) / (top2 + 1)), almost always
+  // the exact digit, computed by the three-by-two division with the
+  // reciprocal v (Moller and Granlund, "Improved division by invariant
+  // integers", 2011); with one word the digit is exact.
+  unsigned Estimate(unsigned x2, unsigned x1, unsigned x0) const {
+    if (m_refine) {
+      const unsigned d1 = static_cast<unsigned>(m_d >> 32), d0 = static_cast<unsigned>(m_d);
+      const uint64_t qq = static_cast<uint64_t>(m_v) * x2 + (static_cast<uint64_t>(x2) << 32 | x1);
+      unsigned q1 = static_cast<unsigned>(qq >> 32);
+      const unsigned q0 = static_cast<unsigned>(qq);
+      const unsigned r1 = x1 - q1 * d1;
+      uint64_t r = (static_cast<uint64_t>(r1) << 32 | x0) - static_cast<uint64_t>(d0) * q1 - m_d;
+      // The first adjustment goes either way about equally often, so it is
+      // made without a branch; the second one is rare.
+      const unsigned back = static_cast<unsigned>(r >> 32) >= q0;
+      q1 += 1 - back;
+      r += m_d & (0 - static_cast<uint64_t>(back));
+      if (r >= m_d) ++q1;
+      return q1;
+    }
+    if (m_lb == 1) return DivWord(x1, x2, m_top);  // one word: exact
+    // top2 is all ones, so top + 1 does not fit a word: (x2:x1) / 2^32.
+    return x2;
+  }
+
+  // Subtracts B from the window A[j..j+lb] while it holds B; returns how often.
+  unsigned Correct(unsigned* A, unsigned j) const {
+    unsigned* win = A + j;
+    unsigned count = 0;
     for (;;) {
-      // The window A[j..i] against B: A[i] non-zero means it is larger.
-      bool ge = A[i] != 0;
+      bool ge = win[m_lb] != 0;
       if (!ge) {
         ge = true;
-        for (unsigned k = lb; k-- > 0;) {
+        for (unsigned k = m_lb; k-- > 0;) {
           if (win[k] != B[k]) {
             ge = win[k] > B[k];
             break;
           }
         }
       }
-      if (!ge) break;
-      A[i] -= SubWords(win, win, lb, B, lb);
-      ++digit;
+      if (!ge) return count;
+      win[m_lb] -= SubWords(win, win, m_lb, B, m_lb);
+      ++count;
     }
+  }
+
+  // Digit j alone.
+  void StepOne(unsigned* q, unsigned* A, unsigned j) const {
+    const unsigned i = j + m_lb;
+    unsigned digit = Estimate(A[i], A[i - 1], m_lb >= 2 ? A[i - 2] : 0);
+    // window - digit * B = window + digit * C - digit * 2^(32 lb); the result
+    // is below 2^(32 (lb + 1)), so the top word comes out exact modulo 2^32.
+    if (digit) A[i] += MacRow(A + j, C, m_lb, digit) - digit;
+    digit += Correct(A, j);
     if (q) q[j] = digit;
   }
-}
+
+  // Digits j and j - 1 in one pass (lb >= 3, j >= 1). T, the top four words of
+  // the window less the first digit times the top three words of B, bounds the
+  // remainder the first digit leaves: below (T + 1) words and above T - q1
+  // (the borrow the lower words may bring). The pass is taken only when T is
+  // below B's top three words, which proves the first digit exact; the second
+  // digit is then estimated from T - q1. Otherwise false, with A untouched.
+  bool StepTwo(unsigned* q, unsigned* A, unsigned j) const {
+    const unsigned i = j + m_lb;
+    const unsigned q1 = Estimate(A[i], A[i - 1], A[i - 2]);
+    const unsigned b0 = B[m_lb - 3], b1 = B[m_lb - 2], b2 = m_top;
+    uint64_t p = static_cast<uint64_t>(q1) * b0;
+    const unsigned m0 = static_cast<unsigned>(p);
+    p = static_cast<uint64_t>(q1) * b1 + (p >> 32);
+    const unsigned m1 = static_cast<unsigned>(p);
+    p = static_cast<uint64_t>(q1) * b2 + (p >> 32);
+    const unsigned m2 = static_cast<unsigned>(p);
+    const unsigned m3 = static_cast<unsigned>(p >> 32);
+    int64_t s = static_cast<int64_t>(A[i - 3]) - m0;
+    const unsigned t0 = static_cast<unsigned>(s);
+    s = (s >> 32) + A[i - 2] - m1;
+    const unsigned t1 = static_cast<unsigned>(s);
+    s = (s >> 32) + A[i - 1] - m2;
+    const unsigned t2 = static_cast<unsigned>(s);
+    s = (s >> 32) + A[i] - m3;
+    if (s != 0) return false;
+    if (t2 != b2 ? t2 > b2 : t1 != b1 ? t1 > b1 : t0 >= b0) return false;
+    s = static_cast<int64_t>(t0) - q1;
+    const unsigned l0 = static_cast<unsigned>(s);
+    s = (s >> 32) + t1;
+    const unsigned l1 = static_cast<unsigned>(s);
+    s = (s >> 32) + t2;
+    const unsigned l2 = static_cast<unsigned>(s);
+    // With q1 exact, T - q1 cannot fall below zero (T < q1 would need a
+    // remainder below q1 * (V - low part of B) while exactness needs at least
+    // that much); the guard only keeps a wrapped bound from ever being used.
+    const unsigned q0 = (s >> 32) < 0 ? 0 : Estimate(l2, l1, l0);
+    // window - (q1 * 2^32 + q0) * B over A[j-1..i], through the complement.
+    const unsigned high = MacRow2(A + j - 1, C, m_lb, q0, q1);
+    const unsigned a1 = A[i - 1];
+    A[i - 1] = a1 - q0;
+    A[i] += high - q1 - (a1 < q0);
+    // The first digit was exact, so only the second may need raising.
+    const unsigned d0 = q0 + Correct(A, j - 1);
+    if (q) {
+      q[j] = q1;
+      q[j - 1] = d0;
+    }
+    return true;
+  }
+
+  const unsigned* B;
+  const unsigned* C;
+  unsigned m_lb;
+  unsigned m_top;
+  uint64_t m_d;  // top2 + 1, when m_refine
+  unsigned m_v;  // its reciprocal, see the constructor
+  bool m_refine;
+};
 
 size_t WordBytes(unsigned words) { return static_cast<size_t>(words) * sizeof(unsigned); }
 
@@ -295,6 +476,31 @@ void TBigInt::Swap(TBigInt& other) {
 }
 
 int TBigInt::ToInt() const { return m_length ? static_cast<int>(m_words[0]) : 0; }
+
+TBstr TBigInt::ToString() const {
+  static const char kDigits[] = "0123456789ABCDEF";
+  TBstr text;
+  if (m_length == 0) {
+    const unsigned short zero[] = {'0', 0};
+    text.Attach(OvraAllocString(zero));
+    return text;
+  }
+  // Digits straight from the words, most significant first: the same text as
+  // repeated division by 16, without the divisions. The length limit keeps
+  // 8 * kMaxWords well inside a string's length.
+  const unsigned top = m_words[m_length - 1];
+  const unsigned topDigits = (WordBits(top) + 3) / 4;
+  const unsigned count = topDigits + 8 * (m_length - 1);
+  unsigned short* buffer = OvraAllocStringLen(nullptr, count);
+  if (!buffer) return text;
+  unsigned short* out = buffer;
+  for (unsigned d = topDigits; d-- > 0;) *out++ = kDigits[(top >> (4 * d)) & 15];
+  for (unsigned w = m_length - 1; w-- > 0;) {
+    for (unsigned d = 8; d-- > 0;) *out++ = kDigits[(m_words[w] >> (4 * d)) & 15];
+  }
+  text.Attach(buffer);
+  return text;
+}
 
 unsigned TBigInt::Dump(unsigned char* out, unsigned size) const {
   const unsigned count = m_length * 4;
@@ -432,12 +638,14 @@ bool TBigInt::Div(TBigInt& q, TBigInt& r, const TBigInt& a, const TBigInt& b) {
   const unsigned la = a.m_length;
   const unsigned shift = 32 - WordBits(b.m_words[lb - 1]);
   // One scratch block: the shifted dividend A (la + 1 words plus a zero word
-  // read above the top digit) and the shifted divisor B (lb + 1 words, the
-  // last one taking the bits shifted out, which are zero).
-  unsigned* A = static_cast<unsigned*>(OvraMemAlloc(WordBytes(la + 2 + lb + 1)));
+  // read above the top digit), the shifted divisor B (lb + 1 words, the last
+  // one taking the bits shifted out, which are zero) and its complement C.
+  unsigned* A = static_cast<unsigned*>(OvraMemAlloc(WordBytes(la + 2 + 2 * lb + 1)));
   if (!A) return false;
   unsigned* B = A + la + 2;
+  unsigned* C = B + lb + 1;
   ShlBits(B, b.m_words, lb, shift);
+  Complement(C, B, lb);
   if (la) {
     ShlBits(A, a.m_words, la, shift);
   } else {
@@ -451,7 +659,7 @@ bool TBigInt::Div(TBigInt& q, TBigInt& r, const TBigInt& a, const TBigInt& b) {
     OvraMemFree(A);
     return false;
   }
-  DivWords(qLen ? q.m_words : nullptr, A, lenA, B, lb);
+  TDivisor(B, C, lb).Divide(qLen ? q.m_words : nullptr, A, lenA);
   q.FixLength();
   ShrBits(r.m_words, A, rLen, shift);
   r.FixLength();
@@ -498,14 +706,17 @@ bool TBigInt::ExpModChecked(TBigInt& r, const TBigInt& base, const TBigInt& e,
   // or product is built in A, which also serves as the shifted dividend.
   const unsigned lbase = base.m_length;
   const unsigned maxProduct = lm + (lbase > lm ? lbase : lm);
-  unsigned* B = static_cast<unsigned*>(OvraMemAlloc(WordBytes(lm + 1 + maxProduct + 2)));
+  unsigned* B = static_cast<unsigned*>(OvraMemAlloc(WordBytes(2 * lm + 1 + maxProduct + 2)));
   if (!B) {
     r.m_length = 0;
     return false;
   }
-  unsigned* A = B + lm + 1;
+  unsigned* C = B + lm + 1;
+  unsigned* A = C + lm;
   const unsigned shift = 32 - WordBits(m.m_words[lm - 1]);
   ShlBits(B, m.m_words, lm, shift);
+  Complement(C, B, lm);
+  const TDivisor divisor(B, C, lm);
   unsigned* R = r.m_words;
   unsigned lenR = 1;
 
@@ -514,7 +725,7 @@ bool TBigInt::ExpModChecked(TBigInt& r, const TBigInt& base, const TBigInt& e,
     ShlBits(A, A, lenP, shift);  // writes A[lenP]
     A[lenP + 1] = 0;
     const unsigned lenA = Normalised(A, lenP + 1);
-    DivWords(nullptr, A, lenA, B, lm);
+    divisor.Divide(nullptr, A, lenA);
     const unsigned rl = lenA < lm ? lenA : lm;
     ShrBits(R, A, rl, shift);
     lenR = Normalised(R, rl);

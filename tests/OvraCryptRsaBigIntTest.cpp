@@ -13,6 +13,7 @@
 
 #include "OvraCryptRsaBigIntVectors.h"
 #include "TestAllocator.h"
+#include "TestWide.h"
 
 #ifdef OVRA_HAVE_OPENSSL
 #include <openssl/bn.h>
@@ -248,6 +249,68 @@ TEST(BigIntConstructTest, ToIntReturnsTheLeastSignificantWord) {
   EXPECT_EQ(Hex("80000000").ToInt(), static_cast<int>(0x80000000u));
 }
 
+// --- Hexadecimal text ----------------------------------------------------------
+
+std::string Narrow(const TBstr& text) {
+  std::string out;
+  for (char16_t c : ovra_test::ToU16(text.GetString())) out += static_cast<char>(c);
+  return out;
+}
+
+TEST(BigIntTextTest, ThirtyOneGivesOneF) {
+  EXPECT_EQ(Narrow(Hex("1F").ToString()), "1F");
+  EXPECT_EQ(Narrow(Hex("1 f").ToString()), "1F");
+  EXPECT_EQ(Narrow(TBigInt(31).ToString()), "1F");
+}
+
+TEST(BigIntTextTest, ZeroGivesASingleZeroDigit) {
+  EXPECT_EQ(Narrow(TBigInt().ToString()), "0");
+  EXPECT_EQ(Narrow(Hex("0000").ToString()), "0");
+}
+
+TEST(BigIntTextTest, TextIsUpperCaseWithoutLeadingZeros) {
+  EXPECT_EQ(Narrow(Hex("1 00000000").ToString()), "100000000");
+  EXPECT_EQ(Narrow(Hex("00ab cdef 0123 4567 89").ToString()), "ABCDEF0123456789");
+  EXPECT_EQ(Narrow(TBigInt(-1).ToString()), "FFFFFFFF");
+  EXPECT_EQ(Narrow(Hex("80000000 00000000").ToString()), "8000000000000000");
+}
+
+TEST(BigIntTextTest, TextReadsBackToTheSameValue) {
+  std::mt19937 rng(41);
+  for (unsigned words : kSizes) {
+    const TBigInt v = RandomValue(rng, words);
+    const std::string text = Narrow(v.ToString());
+    EXPECT_EQ(text, HexOf(v));
+    EXPECT_EQ(TBigInt::Cmp(Hex(text), v), 0);
+  }
+}
+
+TEST(BigIntTextTest, TextOfTheLargestValueHasEightDigitsPerWord) {
+  std::vector<unsigned char> bytes(4 * static_cast<size_t>(TBigInt::kMaxWords), 0xC3);
+  const TBigInt v(bytes.data(), static_cast<unsigned>(bytes.size()));
+  const TBstr text = v.ToString();
+  ASSERT_EQ(text.GetLength(), static_cast<int>(8 * TBigInt::kMaxWords));
+  EXPECT_EQ(text.GetAt(0), 'C');
+  EXPECT_EQ(text.GetAt(text.GetLength() - 1), '3');
+}
+
+TEST(BigIntTextTest, TextIsEmptyWhenItCannotBeAllocated) {
+  ScopedCountingLibrary lib;
+  ASSERT_TRUE(lib.started());
+  const long baseline = Stats().live;  // what start-up itself keeps allocated
+  {
+    const TBigInt v = Hex("DEADBEEF");
+    const TBigInt zero;
+    FailNthAllocation(1, true);
+    const TBstr text = v.ToString();
+    const TBstr zeroText = zero.ToString();
+    StopFailing();
+    EXPECT_TRUE(text.IsEmpty());
+    EXPECT_TRUE(zeroText.IsEmpty());
+  }
+  EXPECT_EQ(Stats().live, baseline);
+}
+
 // --- Dump ----------------------------------------------------------------------
 
 TEST(BigIntDumpTest, TooSmallABufferReturnsZeroAndWritesNothing) {
@@ -323,7 +386,7 @@ TEST(BigIntWordTest, WordBitsCountsSignificantBits) {
 TEST(BigIntBufferTest, CapacityGrowsInStepsOfEightWords) {
   ScopedCountingLibrary lib;
   ASSERT_TRUE(lib.started());
-  const long startUpLive = Stats().live;  // blocks start-up itself keeps
+  const long baseline = Stats().live;  // what start-up itself keeps allocated
   {
     TBigInt v;
     const long before = Stats().allocs;
@@ -342,7 +405,7 @@ TEST(BigIntBufferTest, CapacityGrowsInStepsOfEightWords) {
     EXPECT_EQ(bytes.size(), 68u);
     for (unsigned char c : bytes) EXPECT_EQ(c, 0);
   }
-  EXPECT_EQ(Stats().live, startUpLive);
+  EXPECT_EQ(Stats().live, baseline);
 }
 
 TEST(BigIntBufferTest, AdjustBufferSetsTheLengthAndZeroesWithoutKeep) {
@@ -536,6 +599,59 @@ TEST(BigIntArithmeticTest, DivOfEqualValuesAndByOne) {
   ASSERT_TRUE(TBigInt::Div(q, r, Hex("DEADBEEF CAFEBABE"), TBigInt(1)));
   EXPECT_EQ(HexOf(q), "DEADBEEFCAFEBABE");
   EXPECT_TRUE(IsZero(r));
+}
+
+TEST(BigIntArithmeticTest, DivOfExactMultiplesGivesTheFactorAndNoRemainder) {
+  // Quotients with zero digits after non-zero ones leave remainders whose top
+  // words vanish (or are exactly zero), which the digit estimates must handle.
+  const char* const kFactors[] = {"1 00000000", "1 00000000 00000000", "3 00000000 00000000",
+                                  "1 00000005 00000000", "FFFFFFFF 00000000", "2 00000000 00000001",
+                                  "7 00000000 00000000 00000000"};
+  std::mt19937 rng(17);
+  for (unsigned wb : {1u, 2u, 3u, 4u, 7u, 16u, 33u}) {
+    for (int rep = 0; rep < 6; ++rep) {
+      const TBigInt b = RandomValue(rng, wb);
+      for (const char* factor : kFactors) {
+        const TBigInt x = Hex(factor);
+        TBigInt a, q, r;
+        ASSERT_TRUE(TBigInt::Mul(a, b, x));
+        ASSERT_TRUE(TBigInt::Div(q, r, a, b));
+        EXPECT_EQ(TBigInt::Cmp(q, x), 0) << HexOf(a) << " / " << HexOf(b);
+        EXPECT_TRUE(IsZero(r));
+        // One less than the next multiple: the same quotient, remainder b - 1.
+        TBigInt b1, a1;
+        ASSERT_TRUE(TBigInt::Sub(b1, b, TBigInt(1)));
+        ASSERT_TRUE(TBigInt::Add(a1, a, b1));
+        ASSERT_TRUE(TBigInt::Div(q, r, a1, b));
+        EXPECT_EQ(TBigInt::Cmp(q, x), 0);
+        EXPECT_EQ(TBigInt::Cmp(r, b1), 0);
+      }
+    }
+  }
+}
+
+TEST(BigIntArithmeticTest, DivWithATinyRemainderAfterAZeroDigit) {
+  // A divisor whose lower words are all ones, and remainders barely large
+  // enough for the first digit of a pair to be estimated exactly from the top
+  // words: the second digit, 0, must come from the remainder's tiny top.
+  const TBigInt b = Hex("80000000 FFFFFFFF FFFFFFFF FFFFFFFF FFFFFFFF");
+  for (unsigned d = 1; d < 40; ++d) {
+    for (unsigned e : {d, d + 1, 2 * d + 3, 1000u}) {
+      // The quotient 5:d:0 (with the zero top digit every long division has
+      // here) pairs its digits as (0, 5) and (d, 0).
+      TBigInt x, a, tail, sum, q, r;
+      ASSERT_TRUE(TBigInt::Shl(x, Hex("5"), 32));
+      ASSERT_TRUE(TBigInt::Add(x, x, TBigInt(static_cast<int>(d))));
+      ASSERT_TRUE(TBigInt::Shl(x, x, 32));
+      ASSERT_TRUE(TBigInt::Mul(a, b, x));
+      ASSERT_TRUE(TBigInt::Shl(tail, TBigInt(static_cast<int>(e)), 32));
+      ASSERT_TRUE(TBigInt::Add(tail, tail, TBigInt(7)));
+      ASSERT_TRUE(TBigInt::Add(sum, a, tail));
+      ASSERT_TRUE(TBigInt::Div(q, r, sum, b));
+      EXPECT_EQ(TBigInt::Cmp(q, x), 0) << d << " " << e;
+      EXPECT_EQ(TBigInt::Cmp(r, tail), 0) << d << " " << e;
+    }
+  }
 }
 
 TEST(BigIntArithmeticTest, MulModWithZeroModulusFailsAndLeavesTheResultUntouched) {
@@ -844,13 +960,14 @@ TEST_F(BigIntOpenSslTest, ShiftsMatchForManyCounts) {
   }
 }
 
-TEST_F(BigIntOpenSslTest, BytesAndTextReadTheSameValueAsOpenSsl) {
+TEST_F(BigIntOpenSslTest, BytesTextAndToStringAgreeWithOpenSsl) {
   for (int rep = 0; rep < 100; ++rep) {
     std::vector<unsigned char> bytes(rng() % 300);
     for (auto& b : bytes) b = static_cast<unsigned char>(rng() % 3 ? rng() : 0);
     Bn ref(BN_bin2bn(bytes.data(), static_cast<int>(bytes.size()), nullptr));
     const TBigInt v(bytes.data(), static_cast<unsigned>(bytes.size()));
     EXPECT_EQ(HexOf(v), BnHex(ref.get()));
+    EXPECT_EQ(Narrow(v.ToString()), BnHex(ref.get()));
     EXPECT_EQ(HexOf(Hex(BnHex(ref.get()))), BnHex(ref.get()));
   }
 }
@@ -880,7 +997,7 @@ int CountFailuresUntilSuccess(Op op) {
 TEST(BigIntAllocationTest, ConstructorsGiveZeroWhenTheWordsCannotBeAllocated) {
   ScopedCountingLibrary lib;
   ASSERT_TRUE(lib.started());
-  const long startUpLive = Stats().live;  // blocks start-up itself keeps
+  const long baseline = Stats().live;  // what start-up itself keeps allocated
   {
     const unsigned char bytes[] = {1, 2, 3, 4, 5};
     const std::vector<unsigned short> text = Wide("ABCDEF0123");
@@ -904,13 +1021,13 @@ TEST(BigIntAllocationTest, ConstructorsGiveZeroWhenTheWordsCannotBeAllocated) {
     StopFailing();
     EXPECT_EQ(HexOf(v), "1");
   }
-  EXPECT_EQ(Stats().live, startUpLive);
+  EXPECT_EQ(Stats().live, baseline);
 }
 
 TEST(BigIntAllocationTest, EveryOperationFailsWithFalseAndLeaksNothing) {
   ScopedCountingLibrary lib;
   ASSERT_TRUE(lib.started());
-  const long startUpLive = Stats().live;  // blocks start-up itself keeps
+  const long baseline = Stats().live;  // what start-up itself keeps allocated
   {
     const TBigInt a = Hex("FFFFFFFF 12345678 9ABCDEF0 0FEDCBA9 87654321");
     const TBigInt b = Hex("1 00000001 80000000");
@@ -941,13 +1058,13 @@ TEST(BigIntAllocationTest, EveryOperationFailsWithFalseAndLeaksNothing) {
     EXPECT_FALSE(TBigInt::Add(r, r, b));
     StopFailing();
   }
-  EXPECT_EQ(Stats().live, startUpLive);
+  EXPECT_EQ(Stats().live, baseline);
 }
 
 TEST(BigIntAllocationTest, ExpModReturnsTrueWithAZeroResultWhenBuffersFail) {
   ScopedCountingLibrary lib;
   ASSERT_TRUE(lib.started());
-  const long startUpLive = Stats().live;  // blocks start-up itself keeps
+  const long baseline = Stats().live;  // what start-up itself keeps allocated
   {
     const TBigInt base = Hex("123456789ABCDEF");
     const TBigInt e = Hex("10001");
@@ -972,14 +1089,14 @@ TEST(BigIntAllocationTest, ExpModReturnsTrueWithAZeroResultWhenBuffersFail) {
     StopFailing();
     EXPECT_EQ(TBigInt::Cmp(r, expected), 0);
   }
-  EXPECT_EQ(Stats().live, startUpLive);
+  EXPECT_EQ(Stats().live, baseline);
 }
 
 TEST(BigIntAllocationTest, ExpModMakesTwoAllocationsWhateverTheExponent) {
   // The work buffers are sized once, so a long exponent reallocates nothing.
   ScopedCountingLibrary lib;
   ASSERT_TRUE(lib.started());
-  const long startUpLive = Stats().live;  // blocks start-up itself keeps
+  const long baseline = Stats().live;  // what start-up itself keeps allocated
   {
     std::mt19937 rng(7);
     const TBigInt m = RandomValue(rng, 64), base = RandomValue(rng, 63), e = RandomValue(rng, 64);
@@ -988,7 +1105,7 @@ TEST(BigIntAllocationTest, ExpModMakesTwoAllocationsWhateverTheExponent) {
     EXPECT_TRUE(TBigInt::ExpMod(r, base, e, m));
     EXPECT_EQ(Stats().allocs + Stats().reallocs - before, 2);
   }
-  EXPECT_EQ(Stats().live, startUpLive);
+  EXPECT_EQ(Stats().live, baseline);
 }
 
 }  // namespace
