@@ -18,6 +18,9 @@ void* IdKey(unsigned int id) { return reinterpret_cast<void*>(static_cast<uintpt
 }  // namespace
 
 bool MessageInit() {
+  // A start-up that failed after this hook keeps its queue (there is no
+  // rollback); the next start-up reuses it instead of leaking it.
+  if (s_messageQueue != kInvalidHandleValue) return true;
   s_messageQueue = InternalCreateMessageQueue();
   return s_messageQueue != kInvalidHandleValue;
 }

@@ -84,6 +84,8 @@ bool s_tlsKeyValid = false;
 }  // namespace
 
 bool InternalTlsInit() {
+  // A start-up that failed further down the chain keeps its key; reuse it.
+  if (s_tlsKeyValid) return true;
   s_tlsKeyValid = pthread_key_create(&s_tlsKey, nullptr) == 0;
   return s_tlsKeyValid;
 }
