@@ -35,11 +35,14 @@ TEST(ThreadSleepTest, ShortSleepLastsAtLeastItsLength) {
 }
 
 std::atomic<int> s_spinning{0};
+// Global rather than a local: a thread stopped at an arbitrary instruction
+// never unwinds, and a stack variable would leave AddressSanitizer's red zones
+// behind on the dead thread's stack.
+volatile unsigned long s_spinCounter = 0;
 
 int SpinForever(void*) {
   s_spinning = 1;
-  volatile unsigned long counter = 0;
-  for (;;) counter = counter + 1;  // no cancellation point in this loop
+  for (;;) s_spinCounter = s_spinCounter + 1;  // no cancellation point in this loop
   return 0;
 }
 

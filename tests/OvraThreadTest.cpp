@@ -99,16 +99,24 @@ TEST(ThreadTest, SecondWaitForExitIsRefusedAndKeepsTheOutput) {
 }
 
 TEST(ThreadTest, DestroyingARunningThreadObjectLeavesTheThreadRunning) {
-  std::atomic<int> flag{0};
+  // flags[0]: the procedure has started (so the object may go, as the class
+  // requires); flags[1]: it ran to its end after the object was destroyed.
+  static std::atomic<int> flags[2];
+  flags[0] = 0;
+  flags[1] = 0;
   {
     TThread t;
     ASSERT_TRUE(t.Create(
-        [](void* f) {
+        [](void*) {
+          flags[0].store(1);
           TThread::Sleep(50);
-          return SetFlag(f);
+          return SetFlag(&flags[1]);
         },
-        &flag, false));
+        nullptr, false));
+    for (int i = 0; i < 400 && flags[0].load() == 0; ++i) TThread::Sleep(10);
+    ASSERT_EQ(flags[0].load(), 1);
   }  // detached here, not stopped
+  std::atomic<int>& flag = flags[1];
   for (int i = 0; i < 400 && flag.load() == 0; ++i) TThread::Sleep(10);
   EXPECT_EQ(flag.load(), 1);
 }
