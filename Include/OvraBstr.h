@@ -181,6 +181,7 @@ class OVRA_API TBstr {
   unsigned short GetAt(int index) const;
   // Stores ch at index when 0 <= index < length and ch is not 0; a zero ch is
   // refused silently, so the text never gains an inner terminator this way.
+  // The narrow copy is dropped in every case.
   void SetAt(int index, unsigned short ch);
   // The zero-terminated text; a shared empty string when empty, never null.
   const unsigned short* GetString() const;
@@ -216,14 +217,21 @@ class OVRA_API TBstr {
   // Appends the narrow text s widened byte for byte (null: nothing).
   TBstr& Append(const char* s);
 
+  // Assign(other): an independent copy of other's text.
   TBstr& operator=(const TBstr& other) { return Assign(other); }
   // Takes other's buffer, leaving other empty; moving a string to itself changes nothing.
   TBstr& operator=(TBstr&& other) noexcept;
+  // Assign(s) for zero-terminated wide text (null: empty).
   TBstr& operator=(const unsigned short* s) { return Assign(s); }
+  // Assign(s) for narrow text, widened byte for byte (null: empty).
   TBstr& operator=(const char* s) { return Assign(s); }
+  // Append(other); a string may be appended to itself.
   TBstr& operator+=(const TBstr& other) { return Append(other); }
+  // Append(s) for zero-terminated wide text (null: nothing).
   TBstr& operator+=(const unsigned short* s) { return Append(s); }
+  // Append(s) for narrow text, widened byte for byte (null: nothing).
   TBstr& operator+=(const char* s) { return Append(s); }
+  // Append(ch); a ch of 0 does nothing.
   TBstr& operator+=(unsigned short ch) { return Append(ch); }
 
   // --- comparison (negative, zero, positive: this sorts before, equal, after) --
@@ -238,7 +246,9 @@ class OVRA_API TBstr {
   // of the lengths without trailing blanks. No other normalisation (tabs, accents).
   int CompareNormal(const unsigned short* s) const;
 
+  // Compare(other.GetString()) == 0: like Compare, ends at an inner zero character.
   bool operator==(const TBstr& other) const { return Compare(other.GetString()) == 0; }
+  // The negation of operator==.
   bool operator!=(const TBstr& other) const { return !(*this == other); }
 
   // --- substrings --------------------------------------------------------------
@@ -342,5 +352,53 @@ class OVRA_API TBstr {
   unsigned short* m_string;             // counted buffer, null when empty
   mutable char* m_multibyte;            // single-byte copy, null when absent
 };
+
+// ===========================================================================
+// Text conversions: encoding and language codes, HTML and entities
+// ===========================================================================
+//
+// Every text argument below is a zero-terminated 16-bit string or null (taken
+// as the empty string); the caller need provide nothing else. Any unit values
+// are accepted, and only the units before the first zero are read.
+
+// MIME type names of the text formats (zero-terminated 16-bit strings).
+OVRA_EXTERN_C OVRA_API const unsigned short kTextMimeType[5];         // "text"
+OVRA_EXTERN_C OVRA_API const unsigned short kTextPlainMimeType[11];   // "text/plain"
+OVRA_EXTERN_C OVRA_API const unsigned short kTextQelRtfMimeType[14];  // "text/x-qelrtf"
+
+// The MIME charset name of a Qel encoding code: 0 "us-ascii", 2 "unicode-2-0",
+// 3 "iso-8859-1", 13 "utf-8". Any other code stores "?" and returns false; false
+// too, with name empty, when name cannot be stored (allocation failure).
+OVRA_EXTERN_C OVRA_API bool OvraQelToIsoEncoding(int code, TBstr& name);
+// The Qel code of a charset name, ASCII case ignored, whole names only. A null
+// or empty name is "us-ascii" (0). An unknown name sets code to -1 and returns false.
+OVRA_EXTERN_C OVRA_API bool OvraIsoToQelEncoding(const unsigned short* name, int& code);
+// The lower-case ISO 639 tag of a Qel language code 0..143 ("zh-tw" 19,
+// "zh-cn" 33; older tags such as "iw" kept). A code without a tag or out of
+// range stores "?" and returns false; false too, with tag empty, on allocation failure.
+OVRA_EXTERN_C OVRA_API bool OvraQelToIsoLang(int code, TBstr& tag);
+// The lowest Qel language code whose tag starts tag (each unit lowered by the
+// platform's 8-bit tolower), so "en-US" and even "english" give 0 while "zh"
+// gives -1 and false. A null or empty tag gives 0 (English) and true.
+OVRA_EXTERN_C OVRA_API bool OvraIsoToQelLang(const unsigned short* tag, int& code);
+
+// out = text with "&", "<", ">" and the double quote written as "&amp;",
+// "&lt;", "&gt;" and "&quot;" (nothing else changes; an existing entity is
+// escaped again). text may lie in out. On allocation failure out is empty.
+OVRA_EXTERN_C OVRA_API void OvraEntityEscape(const unsigned short* text, TBstr& out);
+// out = text with those four entities (case-sensitive) turned back into their
+// characters. Deliberately lossy: any other "&...;" vanishes, and an "&" that no
+// ";" closes drops the rest of the text. text may lie in out; on allocation
+// failure out is left unchanged. Work space of up to 128 units is on the stack.
+OVRA_EXTERN_C OVRA_API void OvraEntityUnescape(const unsigned short* text, TBstr& out);
+// out = "<HTML><BODY>" + text escaped as OvraEntityEscape does, each "\r\n"
+// pair then "<BR>" (a lone "\r" or "\n" stays) + "</BODY></HTML>". text may lie
+// in out. On allocation failure out is empty.
+OVRA_EXTERN_C OVRA_API void OvraPlainToHtml(const unsigned short* text, TBstr& out);
+// out = text without its tags, then unescaped as by OvraEntityUnescape. A tag
+// exactly "<BR>" in any case becomes "\r\n" ("<br/>" and "<BR clear>" do not);
+// every other tag, and one that no ">" closes, is dropped. text may lie in out;
+// on allocation failure out is left unchanged. Work space as OvraEntityUnescape's.
+OVRA_EXTERN_C OVRA_API void OvraHtmlToPlain(const unsigned short* text, TBstr& out);
 
 #endif

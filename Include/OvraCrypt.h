@@ -9,21 +9,18 @@
 // Base64 (standard alphabet "A-Z a-z 0-9 + /", padding "=", no line breaks)
 // ---------------------------------------------------------------------------
 
-// Writes the Base64 text of length bytes of data into text, followed by a zero
-// byte, and returns the number of characters before that zero. text must hold
-// 4 * ceil(length / 3) + 1 bytes. A length of 0 or below writes only the zero
-// byte and returns 0 (data is then not read).
+// Writes the Base64 text of length bytes of data into text (which must hold
+// 4 * ceil(length / 3) + 1 bytes) plus a zero; returns the characters before
+// the zero. A length of 0 or below writes only the zero and returns 0.
 OVRA_EXTERN_C OVRA_API unsigned OvraBinToBase64(const unsigned char* data, int length,
                                                 char* text);
 
-// Decodes the zero-terminated Base64 text into data and returns the number of
-// bytes written; 0 for empty text and on any error. data must hold
-// 3 * (strlen(text) / 4) bytes; text is read only up to its terminating zero.
-// Strict about characters (whitespace, line breaks, other alphabets and a
-// length that is not a multiple of 4 fail) but lenient about padding: "=" is
-// accepted at the third or fourth place of any group and may be followed by a
-// letter in its group ("QQ=Q" gives two bytes). On failure the bytes of the
-// groups before the bad one have already been written, yet the result is 0.
+// Decodes zero-terminated Base64 text into data (which must hold
+// 3 * (strlen(text) / 4) bytes); returns the bytes written, 0 for empty text
+// or any character outside the alphabet (whitespace included) or a length not
+// a multiple of 4. Lenient padding: "=" is accepted at the third or fourth
+// place of any group, even before a letter ("QQ=Q" gives two bytes). On
+// failure the groups before the bad one are already written.
 OVRA_EXTERN_C OVRA_API int OvraBase64ToBin(const char* text, unsigned char* data);
 
 // ---------------------------------------------------------------------------
@@ -41,23 +38,18 @@ struct SBerElement {
                               // behind the header; encoding: bytes to copy, or null
 };
 
-// Reads the element at the start of buffer (size bytes) into *element and
-// returns the bytes it occupies, header plus contents; 0 (element cleared) if
-// buffer cannot hold the header and the contents, or if buffer or element is
-// null. Never reads beyond buffer[size - 1]. Long-form lengths keep the last
-// four length bytes only. An indefinite length (byte 0x80) returns 2: its
-// contents and end marker are not examined.
+// Reads the element at the start of buffer (size bytes, never read beyond)
+// into *element; returns header plus content bytes, 0 (element cleared) if
+// they exceed size. Long-form lengths keep their last four bytes only; the
+// indefinite form returns 2 without looking at the contents.
 OVRA_EXTERN_C OVRA_API unsigned OvraBerDecode(const unsigned char* buffer, unsigned size,
                                               SBerElement* element);
 
-// Writes the element into buffer (size bytes) and returns the bytes written;
-// 0, writing nothing, if header plus contents do not fit, if buffer or element
-// is null, or if the content length is 0x1000000 or more. With a null data
-// pointer only the header is written and only its length is returned (the
-// room for the contents is still required). Quirk kept so that encoded bytes
-// stay identical: contents of 0x80 bytes or more get a long form that does not
-// decode back to their length: 0x81 0x00 below 0x10000, and 0x82 0x00 followed
-// by the length's low byte below 0x1000000. Contents below 0x80 bytes round-trip.
+// Writes the element into buffer (size bytes); returns the bytes written, 0
+// (nothing written) if header plus contents exceed size or the length is
+// 0x1000000 or more. A null data writes the header only and returns its length.
+// Kept for identical output: lengths of 0x80 and more get a long form that does
+// not decode back (0x81 0x00 below 0x10000, else 0x82 0x00 <low byte>).
 OVRA_EXTERN_C OVRA_API unsigned OvraBerEncode(unsigned char* buffer, unsigned size,
                                               const SBerElement* element);
 
@@ -142,10 +134,9 @@ class OVRA_API TCipher {
   ECipherOp m_op;
 };
 
-// A cipher on blocks of GetBlockSize() bytes (at most 8) in CBC or ECB mode,
-// with PKCS #5 padding written on encryption and stripped without validation
-// on decryption. Carries the CBC chain across the calls of one message; the
-// final call puts the chain back to the initial vector.
+// A cipher on blocks of GetBlockSize() bytes (at most 8) in CBC or ECB mode
+// with PKCS #5 padding. The CBC chain runs across the calls of one message;
+// the final call puts it back to the initial vector.
 class OVRA_API TBlockCipher : public TCipher {
  public:
   // The chaining mode. Any other value makes EncryptData and DecryptData
@@ -171,18 +162,14 @@ class OVRA_API TBlockCipher : public TCipher {
   // block; a null iv sets both to zeros. Call it before CBC use.
   void SetIv(const unsigned char* iv);
 
-  // Encrypts len bytes of buf in place. Only the final call of a message may
-  // hold a partial block: a partial block without final returns 0 and leaves
-  // buf untouched. With final, the PKCS #5 padding (1 to bs bytes of value p,
-  // a whole block when len is a multiple of bs) is written behind the data and
-  // encrypted, so buf must have room for len rounded up to the next whole
-  // block, plus one block when len is already a multiple. Returns the
-  // ciphertext bytes: (len / bs + 1) * bs with final, (len / bs) * bs without.
+  // Encrypts len bytes in place; returns (len / bs + 1) * bs with final, else
+  // (len / bs) * bs, and 0 (buf untouched) for a partial block without final.
+  // final adds PKCS #5 padding behind the data: buf must hold len rounded up
+  // to the next whole block, plus one block when len is already a multiple.
   unsigned EncryptData(unsigned char* buf, unsigned len, bool final);
-  // Decrypts len bytes (whole blocks only, else 0 and buf untouched). With
-  // final, the last byte counts as the pad length (capped at bs; 0 strips
-  // nothing) and is not validated further; the pad stays behind the returned
-  // length. Returns the plaintext bytes at the front of buf; len 0 returns 0.
+  // Decrypts whole blocks in place (a partial block: 0, buf untouched); returns
+  // the plaintext bytes. With final, the last byte is the pad length, capped
+  // at bs and not validated (0 strips nothing); len 0 returns 0.
   unsigned DecryptData(unsigned char* buf, unsigned len, bool final);
   // dst[i] ^= src[i] for i below n.
   static void XorBlock(unsigned char* dst, const unsigned char* src, unsigned n);

@@ -21,11 +21,9 @@ class OVRA_API TDesCipher : public TBlockCipher {
 
   // Always 0: DES parameters cannot be loaded from BER.
   unsigned BerInit(const unsigned char* data, unsigned size) override;
-  // Writes the 21-byte algorithm identifier 30 13 | 06 05 <kDesCbcObjectId> |
-  // 30 0A | 04 08 <IV> and returns 21; 0, writing nothing, if size is below
-  // 21. Note the IV sits in a SEQUENCE of its own, unlike the bare OCTET
-  // STRING of the usual desCBC parameters; the initial vector is written, not
-  // the current chaining block.
+  // Writes 30 13 | 06 05 <kDesCbcObjectId> | 30 0A | 04 08 <IV> and returns 21;
+  // 0, writing nothing, if size is below 21. The IV (not the current chain)
+  // sits in a SEQUENCE of its own, unlike the usual desCBC parameters.
   unsigned BerDump(unsigned char* out, unsigned size) override;
   // Encrypts or decrypts 8 bytes in place; the direction is fixed by the schedule.
   void ProcessBlock(unsigned char* block) const override;

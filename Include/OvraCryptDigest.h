@@ -74,6 +74,7 @@ class OVRA_API TMd4Digest : public TMdXDigest {
  public:
   // The MD4 compression function.
   void Transform(unsigned* state, const unsigned char* block) override;
+
  protected:
   // All blocks in one loop (unless a further derived class replaces Transform).
   void TransformBlocks(unsigned* state, const unsigned char* data, unsigned count) override;
@@ -84,6 +85,7 @@ class OVRA_API TMd5Digest : public TMdXDigest {
  public:
   // The MD5 compression function.
   void Transform(unsigned* state, const unsigned char* block) override;
+
  protected:
   // All blocks in one loop (unless a further derived class replaces Transform).
   void TransformBlocks(unsigned* state, const unsigned char* data, unsigned count) override;
@@ -100,6 +102,7 @@ class OVRA_API TShaDigest : public TMessageDigest {
   // The SHA-1 compression function. Where the processor has SHA instructions
   // they are used; the result is the same either way.
   void Transform(unsigned* state, const unsigned char* block) override;
+
  protected:
   // All blocks in one loop (unless a further derived class replaces Transform).
   void TransformBlocks(unsigned* state, const unsigned char* data, unsigned count) override;

@@ -12,24 +12,19 @@ constexpr unsigned char kRc2CbcObjectId[8] = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D
 // RC2 on 8-byte blocks in CBC (the default) or ECB mode with PKCS #5 padding.
 class OVRA_API TRc2Cipher : public TBlockCipher {
  public:
-  // Expands keylen bytes of key (RFC 2268) with the given effective key bits;
-  // 0 effective bits expand like 1024 (and are kept as 0), values above 1024
-  // expand like 1024 too. A keylen of 0 or above 128 (or a null key) is
-  // refused: GetBlockSize then returns 0, so ProcessData, EncryptData and
-  // DecryptData process nothing and return 0, and BerDump returns 0.
+  // Expands the key (RFC 2268); effective bits 0 or above 1024 expand like
+  // 1024. A keylen of 0 or above 128 (or a null key) is refused: GetBlockSize
+  // is then 0, so every processing call and BerDump do nothing and return 0.
   // The IV is zero: call SetIv (or use TCrypter) before CBC use.
   TRc2Cipher(ECipherOp op, const unsigned char* key, unsigned keylen, unsigned effectiveBits);
   ~TRc2Cipher() override;
 
   // Always 0: RC2 parameters cannot be loaded from BER.
   unsigned BerInit(const unsigned char* data, unsigned size) override;
-  // Writes the algorithm identifier 30 L | 06 08 <kRc2CbcObjectId> | 30 L' |
-  // 02 v <version> | 04 08 <IV> and returns its length: 27 for 128 effective
-  // bits (version 58: this pairing is kept on purpose, although RFC 2268 pairs
-  // 58 with 64 bits), 28 for 56 bits (00 78, a sign byte 0x78 does not need,
-  // kept for identical blobs) and 40 bits (00 A0). Returns 0,
-  // writing nothing, for any other effective bits (0 included), too small a
-  // buffer or a refused key.
+  // Writes 30 L | 06 08 <kRc2CbcObjectId> | 30 L' | 02 v <version> | 04 08 <IV>
+  // and returns 27 for 128 effective bits (version 3A: kept, though RFC 2268
+  // gives 58 to 64 bits) or 28 for 56 (00 78) and 40 bits (00 A0); 0, writing
+  // nothing, for other bits (0 included), too small a buffer or a refused key.
   unsigned BerDump(unsigned char* out, unsigned size) override;
   // Encrypts (operation eEncrypt) or decrypts (any other) 8 bytes in place.
   void ProcessBlock(unsigned char* block) const override;

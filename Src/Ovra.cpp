@@ -29,14 +29,22 @@ long RefCount() { return __atomic_load_n(&s_refCount, __ATOMIC_ACQUIRE); }
 bool StartUpChain(SAllocator* allocator) {
   return MemInit(allocator) &&
          SyncInit() &&
+         TlsInit() &&
+         TlsThreadInit() &&
          BstrInit() &&
-         DebugInit();
+         DebugInit() &&
+         MessageInit() &&
+         RandInit();
 }
 
 // The shutdown hooks, in the reverse order of start-up, PSTerm last.
 void ShutDownChain() {
+  RandTerm();
+  MessageTerm();
   DebugTerm();
   BstrTerm();
+  TlsThreadTerm();
+  TlsTerm();
   SyncTerm();
   MemTerm();
   PSTerm();
@@ -47,6 +55,8 @@ bool OvraInitialize(SAllocator* allocator) {
   if (RefCount() == 0) {
     // No rollback on failure: a later call runs the whole chain again.
     if (!StartUpChain(allocator)) return false;
+  } else {
+    TlsThreadInit();  // a nested call only prepares the calling thread
   }
   OvraAtomicIncrement(&s_refCount);
   return true;
@@ -56,6 +66,8 @@ void OvraUninitialize(void) {
   if (RefCount() <= 0) return;  // unbalanced call: harmless
   if (OvraAtomicDecrement(&s_refCount) < 1) {
     ShutDownChain();
+  } else {
+    TlsThreadTerm();  // other users remain: only this thread's data goes
   }
 }
 

@@ -1010,3 +1010,344 @@ void TBstr::DestroyMultibyteBuffer() {
   delete[] m_multibyte;
   m_multibyte = nullptr;
 }
+
+// ===========================================================================
+// Text conversions: encoding and language codes, HTML and entities
+// ===========================================================================
+
+#include <ctype.h>
+
+const unsigned short kTextMimeType[5] = {'t', 'e', 'x', 't', 0};
+const unsigned short kTextPlainMimeType[11] = {'t', 'e', 'x', 't', '/', 'p', 'l', 'a', 'i', 'n', 0};
+const unsigned short kTextQelRtfMimeType[14] = {'t', 'e', 'x', 't', '/', 'x', '-',
+                                                'q', 'e', 'l', 'r', 't', 'f', 0};
+
+namespace {
+
+// --- encoding and language codes ---------------------------------------------
+
+struct SEncodingName {
+  int code;
+  const unsigned short* name;
+};
+
+// Every encoding code there is, in the order names are looked up.
+const SEncodingName kEncodingTable[] = {
+    {0, kAsciiEncoding},
+    {2, kUnicodeEncoding},
+    {3, kLatin1Encoding},
+    {13, kUtf8Encoding},
+};
+
+constexpr int kLanguageCount = 144;
+
+// Language tags by code; "" where a code has no tag. Some tags appear twice
+// and the old tags "iw", "ji", "in" and "mo" stay: codes stored by earlier
+// releases must keep naming the language they always named.
+const char kLanguageTable[kLanguageCount][6] = {
+    "en", "fr", "de", "it", "nl", "sv", "es", "da", "pt", "no",                 // 0-9
+    "iw", "ja", "ar", "fi", "el", "is", "mt", "tr", "hr", "zh-tw",              // 10-19
+    "ur", "hi", "th", "ko", "lt", "pl", "hu", "et", "lv", "",                   // 20-29
+    "fo", "fa", "ru", "zh-cn", "", "ga", "sq", "ro", "cs", "sk",                // 30-39
+    "sl", "ji", "sr", "mk", "bg", "uk", "be", "uz", "kk", "az",                 // 40-49
+    "az", "hy", "ka", "mo", "ky", "tg", "tk", "mn", "mn", "ps",                 // 50-59
+    "ku", "ks", "sd", "bo", "ne", "sa", "mr", "bn", "as", "gu",                 // 60-69
+    "pa", "or", "ml", "kn", "ta", "te", "si", "my", "km", "lo",                 // 70-79
+    "vi", "in", "tl", "ms", "ms", "am", "ti", "om", "so", "sw",                 // 80-89
+    "rw", "rn", "", "mg", "el", "", "", "", "", "",                             // 90-99
+    "", "", "", "", "", "", "", "", "", "",                                     // 100-109
+    "", "", "", "", "", "", "", "", "", "",                                     // 110-119
+    "", "", "", "", "", "", "", "",                                             // 120-127
+    "cy", "eu", "ca", "la", "qu", "gn", "ay", "tt", "ug", "dz",                 // 128-137
+    "jw", "su", "gd", "gv", "br", "iu",                                         // 138-143
+};
+
+const unsigned short kUnknownName[2] = {'?', 0};
+
+// Stores text in name and reports whether it is there: a failed allocation
+// leaves name empty, and that is no success whatever the code was.
+bool StoreName(TBstr& name, const unsigned short* text) {
+  name.Assign(text);
+  return name.GetAt(0) != 0 && name.GetAt(0) != '?';
+}
+
+// The platform's 8-bit tolower for one unit; units beyond 8 bits stay as they
+// are (and so never match an ASCII tag).
+unsigned short LowerUnit(unsigned short c) {
+  return c <= 0xFF ? static_cast<unsigned short>(tolower(c)) : c;
+}
+
+// Whether entry (a non-empty tag) is a prefix of tag, each unit of tag lowered.
+// Stops at the first difference, so tag's terminator ends the walk.
+bool TagStartsWith(const unsigned short* tag, const char* entry) {
+  for (; *entry; ++entry, ++tag) {
+    if (LowerUnit(*tag) != static_cast<unsigned char>(*entry)) return false;
+  }
+  return true;
+}
+
+// --- HTML and entities ---------------------------------------------------------
+
+struct SEntity {
+  unsigned short character;
+  unsigned short entity[8];  // zero-terminated
+  int length;                // units of entity before the terminator
+};
+
+// Looked up in this order; '&' comes first so that escaping in turn never
+// escapes the ampersand of an entity already produced.
+const SEntity kEntityTable[4] = {
+    {'&', {'&', 'a', 'm', 'p', ';', 0}, 5},
+    {'<', {'&', 'l', 't', ';', 0}, 4},
+    {'>', {'&', 'g', 't', ';', 0}, 4},
+    {'"', {'&', 'q', 'u', 'o', 't', ';', 0}, 6},
+};
+
+const SEntity* EntityFor(unsigned short c) {
+  for (const SEntity& row : kEntityTable) {
+    if (row.character == c) return &row;
+  }
+  return nullptr;
+}
+
+// The frame of a document and the line break tag (not zero-terminated).
+const unsigned short kHtmlHead[] = {'<', 'H', 'T', 'M', 'L', '>', '<', 'B', 'O', 'D', 'Y', '>'};
+const unsigned short kHtmlTail[] = {'<', '/', 'B', 'O', 'D', 'Y', '>',
+                                    '<', '/', 'H', 'T', 'M', 'L', '>'};
+const unsigned short kLineBreakTag[] = {'<', 'B', 'R', '>'};
+constexpr size_t kHtmlHeadLength = sizeof kHtmlHead / sizeof kHtmlHead[0];
+constexpr size_t kHtmlTailLength = sizeof kHtmlTail / sizeof kHtmlTail[0];
+constexpr size_t kLineBreakTagLength = sizeof kLineBreakTag / sizeof kLineBreakTag[0];
+
+// Work buffers of up to this many units live on the stack.
+constexpr size_t kStackWorkUnits = 128;
+
+// A work buffer of a given number of units: on the stack up to
+// kStackWorkUnits, from OvraMemAlloc beyond. Get() is null when the heap
+// request failed.
+class TWorkBuffer {
+ public:
+  explicit TWorkBuffer(size_t units) : m_heap(nullptr) {
+    if (units > kStackWorkUnits) {
+      m_heap = static_cast<unsigned short*>(OvraMemAlloc(units * sizeof(unsigned short)));
+    }
+    m_units = units > kStackWorkUnits ? m_heap : m_stack;
+  }
+  ~TWorkBuffer() { OvraMemFree(m_heap); }
+  TWorkBuffer(const TWorkBuffer&) = delete;
+  TWorkBuffer& operator=(const TWorkBuffer&) = delete;
+
+  unsigned short* Get() { return m_units; }
+
+ private:
+  unsigned short m_stack[kStackWorkUnits];
+  unsigned short* m_heap;
+  unsigned short* m_units;
+};
+
+// Gives out the zero-terminated text, or leaves out as it was when the copy
+// cannot be made.
+void AssignOrKeep(TBstr& out, const unsigned short* text) {
+  TBstr result(text);
+  if (text[0] != 0 && result.IsEmpty()) return;
+  out = static_cast<TBstr&&>(result);
+}
+
+// Copies text to dest without its entities: the four known ones become their
+// characters, any other "&...;" vanishes, and so does an entity left open at
+// the end. Writes at most as many units as text has, then a terminator.
+void UnescapeInto(const unsigned short* text, unsigned short* dest) {
+  const unsigned short* entity = nullptr;  // the open entity's "&"
+  for (const unsigned short* p = text; *p; ++p) {
+    if (*p == '&') {
+      entity = p;  // a second "&" starts the entity anew
+    } else if (!entity) {
+      *dest++ = *p;
+    } else if (*p == ';') {
+      const ptrdiff_t length = p - entity + 1;
+      for (const SEntity& row : kEntityTable) {
+        if (length == row.length &&
+            memcmp(entity, row.entity, static_cast<size_t>(length) * sizeof(unsigned short)) == 0) {
+          *dest++ = row.character;
+          break;
+        }
+      }
+      entity = nullptr;
+    }
+  }
+  *dest = 0;
+}
+
+// Copies text to dest without its tags: a tag equal to "<BR>" but for case
+// becomes "\r\n", any other "<...>" vanishes, and so does a tag left open at
+// the end. A tag of four units gives two, so dest never needs more units than
+// text has, plus its terminator.
+void StripTagsInto(const unsigned short* text, unsigned short* dest) {
+  const unsigned short* tag = nullptr;  // the open tag's "<"
+  for (const unsigned short* p = text; *p; ++p) {
+    if (*p == '<') {
+      tag = p;  // a second "<" starts the tag anew
+    } else if (!tag) {
+      *dest++ = *p;
+    } else if (*p == '>') {
+      if (p - tag + 1 == static_cast<ptrdiff_t>(kLineBreakTagLength) &&
+          ucsnicmp(tag, kLineBreakTag, kLineBreakTagLength) == 0) {
+        *dest++ = '\r';
+        *dest++ = '\n';
+      }
+      tag = nullptr;
+    }
+  }
+  *dest = 0;
+}
+
+// Units that text needs once its special characters are entities, and once,
+// when lineBreaks is set, each "\r\n" pair is "<BR>" as well.
+uint64_t EscapedLength(const unsigned short* text, bool lineBreaks) {
+  uint64_t length = 0;
+  for (const unsigned short* p = text; *p; ++p) {
+    if (lineBreaks && p[0] == '\r' && p[1] == '\n') {
+      length += kLineBreakTagLength;
+      ++p;
+    } else if (const SEntity* row = EntityFor(*p)) {
+      length += static_cast<uint64_t>(row->length);
+    } else {
+      ++length;
+    }
+  }
+  return length;
+}
+
+// Writes what EscapedLength counted and returns the position after it. Pairs
+// are taken from the left, so "\r\r\n" gives "\r<BR>".
+unsigned short* EscapeInto(const unsigned short* text, bool lineBreaks, unsigned short* dest) {
+  for (const unsigned short* p = text; *p; ++p) {
+    if (lineBreaks && p[0] == '\r' && p[1] == '\n') {
+      memcpy(dest, kLineBreakTag, sizeof kLineBreakTag);
+      dest += kLineBreakTagLength;
+      ++p;
+    } else if (const SEntity* row = EntityFor(*p)) {
+      memcpy(dest, row->entity, static_cast<size_t>(row->length) * sizeof(unsigned short));
+      dest += row->length;
+    } else {
+      *dest++ = *p;
+    }
+  }
+  return dest;
+}
+
+// Escapes text into out in one pass, between head and tail when given. The
+// result is the one that replacing the four characters in turn ("&" first) and
+// then each "\r\n" would give, without a reallocation per occurrence. out is
+// left empty when its buffer cannot be had.
+void EscapeText(const unsigned short* text, TBstr& out, bool html) {
+  static const unsigned short kNone[1] = {0};
+  if (!text) text = kNone;
+  uint64_t length = EscapedLength(text, html);
+  if (html) length += kHtmlHeadLength + kHtmlTailLength;
+  unsigned short* buffer = nullptr;
+  if (length > 0 && length <= kMaxStringLength) {
+    // The new text is complete before out lets go of its own, since text may lie in it.
+    buffer = OvraAllocStringLen(nullptr, static_cast<unsigned int>(length));
+    if (buffer) {
+      unsigned short* p = buffer;
+      if (html) {
+        memcpy(p, kHtmlHead, sizeof kHtmlHead);
+        p += kHtmlHeadLength;
+      }
+      p = EscapeInto(text, html, p);
+      if (html) memcpy(p, kHtmlTail, sizeof kHtmlTail);
+    }
+  }
+  out.Empty();
+  out.Attach(buffer);
+}
+
+}  // namespace
+
+// --- encoding and language codes ---------------------------------------------
+
+bool OvraQelToIsoEncoding(int code, TBstr& name) {
+  for (const SEncodingName& row : kEncodingTable) {
+    if (row.code == code) return StoreName(name, row.name);
+  }
+  StoreName(name, kUnknownName);
+  return false;
+}
+
+bool OvraIsoToQelEncoding(const unsigned short* name, int& code) {
+  code = -1;
+  if (!name || !*name) {
+    code = 0;
+  } else {
+    for (const SEncodingName& row : kEncodingTable) {
+      if (ucsicmp(name, row.name) == 0) {
+        code = row.code;
+        break;
+      }
+    }
+  }
+  return code >= 0;
+}
+
+bool OvraQelToIsoLang(int code, TBstr& tag) {
+  if (code >= 0 && code < kLanguageCount && kLanguageTable[code][0]) {
+    // Widened here rather than through the narrow Assign, which would take a
+    // heap block of its own for a tag of at most five characters.
+    unsigned short wide[sizeof kLanguageTable[0]];
+    size_t i = 0;
+    for (const char* c = kLanguageTable[code]; *c; ++c) wide[i++] = static_cast<unsigned char>(*c);
+    wide[i] = 0;
+    return StoreName(tag, wide);
+  }
+  StoreName(tag, kUnknownName);
+  return false;
+}
+
+bool OvraIsoToQelLang(const unsigned short* tag, int& code) {
+  if (!tag || !*tag) {
+    code = 0;  // no tag means English
+    return true;
+  }
+  code = -1;
+  for (int i = 0; i < kLanguageCount; ++i) {
+    if (kLanguageTable[i][0] && TagStartsWith(tag, kLanguageTable[i])) {
+      code = i;
+      break;
+    }
+  }
+  return code >= 0;
+}
+
+// --- HTML and entities ---------------------------------------------------------
+
+void OvraEntityEscape(const unsigned short* text, TBstr& out) { EscapeText(text, out, false); }
+
+void OvraPlainToHtml(const unsigned short* text, TBstr& out) { EscapeText(text, out, true); }
+
+void OvraEntityUnescape(const unsigned short* text, TBstr& out) {
+  const size_t length = text ? ucslen(text) : 0;
+  // Longer text could not be held by out anyway; it fails like an allocation.
+  if (length > kMaxStringLength) return;
+  TWorkBuffer work(length + 1);
+  if (!work.Get()) return;
+  if (text) {
+    UnescapeInto(text, work.Get());
+  } else {
+    work.Get()[0] = 0;
+  }
+  AssignOrKeep(out, work.Get());
+}
+
+void OvraHtmlToPlain(const unsigned short* text, TBstr& out) {
+  const size_t length = text ? ucslen(text) : 0;
+  if (length > kMaxStringLength) return;
+  TWorkBuffer work(length + 1);
+  if (!work.Get()) return;
+  if (text) {
+    StripTagsInto(text, work.Get());
+  } else {
+    work.Get()[0] = 0;
+  }
+  OvraEntityUnescape(work.Get(), out);
+}

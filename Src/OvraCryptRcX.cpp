@@ -330,6 +330,26 @@ void TRc4Cipher::ProcessStream(unsigned char* buf, unsigned len) {
   unsigned char* const s = m_state;
   unsigned i = m_i;
   unsigned j = m_j;
+  // Eight keystream bytes are gathered into one word and XORed into the
+  // buffer with one load and one store.
+  while (len >= 8) {
+    uint64_t keystream = 0;
+    for (unsigned k = 0; k < 8; ++k) {
+      unsigned char byte = 0;
+      rc4(s, &i, &j, &byte);
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+      keystream |= static_cast<uint64_t>(byte) << (56 - 8 * k);
+#else
+      keystream |= static_cast<uint64_t>(byte) << (8 * k);
+#endif
+    }
+    uint64_t data;
+    memcpy(&data, buf, 8);
+    data ^= keystream;
+    memcpy(buf, &data, 8);
+    buf += 8;
+    len -= 8;
+  }
   for (unsigned n = 0; n < len; ++n) rc4(s, &i, &j, buf + n);
   m_i = i;
   m_j = j;

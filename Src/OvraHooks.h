@@ -9,10 +9,18 @@ bool MemInit(SAllocator* allocator);  // installs a complete allocator record
 void MemTerm();                       // restores malloc/realloc/free
 bool SyncInit();
 void SyncTerm();
+bool TlsInit();        // creates the thread-local key
+void TlsTerm();
+bool TlsThreadInit();  // per-thread set-up (tables are made lazily)
+void TlsThreadTerm();  // frees the calling thread's table and blocks
 bool BstrInit();    // nothing to set up for strings yet: returns true
 void BstrTerm();
 bool DebugInit();
 void DebugTerm();
+bool MessageInit();    // creates the process message queue
+void MessageTerm();    // frees it with every undelivered message
+bool RandInit();    // seeds rand() and creates the shared generator; false when out of memory
+void RandTerm();    // frees the shared generator
 void PSTerm();
 
 // The library's own module hooks, run by its SharedLibInit/SharedLibTerm entry

@@ -1,8 +1,6 @@
 // Tests of the message digests: the published vectors, the shared buffering
 // and padding, the bit count, byte order, and random differential checks
 // against OpenSSL's libcrypto.
-#include "OvraCryptDigest.h"
-
 #include <gtest/gtest.h>
 #include <string.h>
 #include <sys/mman.h>
@@ -11,6 +9,7 @@
 #include <vector>
 
 #include "DigestReference.h"
+#include "OvraCryptDigest.h"
 
 using namespace ovra_test;
 
@@ -22,7 +21,7 @@ struct Digests {
   TMd5Digest md5;
   TShaDigest sha;
   TMessageDigest& Get(Algo a) {
-    return a == Algo::kMd4 ? static_cast<TMessageDigest&>(md4)
+    return a == Algo::kMd4   ? static_cast<TMessageDigest&>(md4)
            : a == Algo::kMd5 ? static_cast<TMessageDigest&>(md5)
                              : static_cast<TMessageDigest&>(sha);
   }

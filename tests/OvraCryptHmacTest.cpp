@@ -1,8 +1,6 @@
 // Tests of HMAC: the RFC 2104 and RFC 2202 vectors, long keys, the
 // empty-message behaviour, reuse of one object, and random differential
 // checks against OpenSSL's libcrypto.
-#include "OvraCryptHmac.h"
-
 #include <gtest/gtest.h>
 #include <string.h>
 
@@ -10,6 +8,7 @@
 #include <vector>
 
 #include "DigestReference.h"
+#include "OvraCryptHmac.h"
 
 using namespace ovra_test;
 
@@ -63,8 +62,7 @@ std::vector<Rfc2202Case> Rfc2202Cases() {
   for (unsigned char i = 1; i <= 25; ++i) key25.push_back(i);
   return {
       {Bytes(16, 0x0B), FromText("Hi There"), "9294727a3638bb1c13f48ef8158bfc9d", nullptr},
-      {Bytes(20, 0x0B), FromText("Hi There"), nullptr,
-       "b617318655057264e28bc0b6fb378c8ef146be00"},
+      {Bytes(20, 0x0B), FromText("Hi There"), nullptr, "b617318655057264e28bc0b6fb378c8ef146be00"},
       {FromText("Jefe"), FromText("what do ya want for nothing?"),
        "750c783e6ab0b503eaa86e310a5db738", "effcdf6ae5eb2fa2d27416d5f184df9c259a7c79"},
       {Bytes(16, 0xAA), Bytes(50, 0xDD), "56be34521d144c88dbb8c733f0e8b3f6", nullptr},
@@ -83,8 +81,7 @@ std::vector<Rfc2202Case> Rfc2202Cases() {
 
 TEST(HmacTest, Rfc2104Md5Examples) {
   TMd5Digest md5;
-  EXPECT_EQ(HexMac(md5, Bytes(16, 0x0B), FromText("Hi There")),
-            "9294727a3638bb1c13f48ef8158bfc9d");
+  EXPECT_EQ(HexMac(md5, Bytes(16, 0x0B), FromText("Hi There")), "9294727a3638bb1c13f48ef8158bfc9d");
   EXPECT_EQ(HexMac(md5, FromText("Jefe"), FromText("what do ya want for nothing?")),
             "750c783e6ab0b503eaa86e310a5db738");
   EXPECT_EQ(HexMac(md5, Bytes(16, 0xAA), Bytes(50, 0xDD)), "56be34521d144c88dbb8c733f0e8b3f6");

@@ -31,25 +31,28 @@ TEST(MemTest, FreeOfNullIsPassedToTheHook) {
 TEST(MemTest, HookFailureIsReturnedAsNull) {
   ScopedCountingLibrary lib;
   ASSERT_TRUE(lib.started());
+  const long live = Stats().live;  // what start-up itself allocated
   FailNthAllocation(1);
   EXPECT_EQ(OvraMemAlloc(10), nullptr);
   FailNthAllocation(1);
   EXPECT_EQ(OvraMemRealloc(nullptr, 10), nullptr);
   StopFailing();
-  EXPECT_EQ(Stats().live, 0);
+  EXPECT_EQ(Stats().live, live);
 }
 
 TEST(MemTest, DebugVariantsBehaveExactlyLikeThePlainOnes) {
   ScopedCountingLibrary lib;
   ASSERT_TRUE(lib.started());
+  // Start-up itself may allocate (the shared random generator): count from here.
+  const long allocs = Stats().allocs, reallocs = Stats().reallocs, live = Stats().live;
   void* p = OvraMemDebugAlloc(12, __FILE__, __LINE__);
   ASSERT_NE(p, nullptr);
-  EXPECT_EQ(Stats().allocs, 1);
+  EXPECT_EQ(Stats().allocs, allocs + 1);
   p = OvraMemDebugRealloc(p, 100, nullptr, 0);
   ASSERT_NE(p, nullptr);
-  EXPECT_EQ(Stats().reallocs, 1);
+  EXPECT_EQ(Stats().reallocs, reallocs + 1);
   OvraMemFree(p);
-  EXPECT_EQ(Stats().live, 0);
+  EXPECT_EQ(Stats().live, live);
   FailNthAllocation(1);
   EXPECT_EQ(OvraMemDebugAlloc(12, __FILE__, __LINE__), nullptr);
 }

@@ -56,11 +56,14 @@ TEST_F(LifecycleTest, FirstInitializeInstallsTheAllocator) {
   SAllocator a = CountingAllocator();
   ASSERT_TRUE(OvraInitialize(&a));
   EXPECT_TRUE(CountingAllocatorActive());
+  // Start-up itself may allocate (the shared random generator): count from here.
+  const long reallocs = Stats().reallocs, live = Stats().live;
   void* p = OvraMemRealloc(nullptr, 10);
-  EXPECT_EQ(Stats().reallocs, 1);
+  EXPECT_EQ(Stats().reallocs, reallocs + 1);
   OvraMemFree(p);
-  EXPECT_EQ(Stats().live, 0);
+  EXPECT_EQ(Stats().live, live);
   OvraUninitialize();
+  EXPECT_EQ(Stats().live, 0);  // shutdown released what start-up allocated
 }
 
 TEST_F(LifecycleTest, PartialAllocatorRecordIsIgnoredAsAWhole) {
@@ -123,8 +126,9 @@ TEST_F(LifecycleTest, MemoryFreedAfterLastUninitializeGoesToDefaultFree) {
   void* p = OvraMemAlloc(32);
   ASSERT_NE(p, nullptr);
   OvraUninitialize();
+  const long frees = Stats().frees;  // shutdown's own frees used the hook
   OvraMemFree(p);  // reaches free(), not the application's hook
-  EXPECT_EQ(Stats().frees, 0);
+  EXPECT_EQ(Stats().frees, frees);
 }
 
 TEST_F(LifecycleTest, UnbalancedUninitializeIsHarmless) {

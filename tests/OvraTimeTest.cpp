@@ -277,9 +277,11 @@ TEST(TTimeConversionTest, GetGmtTmCopiesTheNineFields) {
   const TTime t(static_cast<time_t>(978350400 + 86400 * 40 + 3661));  // 2001-02-10 13:01:01
   tm out;
   memset(&out, 0x5A, sizeof out);
+  out.tm_gmtoff = 12345;  // beyond the nine fields: left as it was
   tm* result = t.GetGmtTm(&out);
   ASSERT_NE(result, nullptr);
   EXPECT_NE(result, &out);
+  EXPECT_EQ(out.tm_gmtoff, 12345);
   EXPECT_EQ(out.tm_sec, 1);
   EXPECT_EQ(out.tm_min, 1);
   EXPECT_EQ(out.tm_hour, 13);

@@ -65,24 +65,6 @@ inline SAllocator CountingAllocator() {
   return SAllocator{CountingAlloc, CountingRealloc, CountingFree, nullptr, nullptr};
 }
 
-// Starts the library with the counting allocator for the lifetime of a scope
-// and shuts it down afterwards.
-class ScopedCountingLibrary {
- public:
-  ScopedCountingLibrary() {
-    Stats().Reset();
-    SAllocator a = CountingAllocator();
-    started_ = OvraInitialize(&a);
-  }
-  ~ScopedCountingLibrary() {
-    if (started_) OvraUninitialize();
-  }
-  bool started() const { return started_; }
-
- private:
-  bool started_;
-};
-
 // Makes the Nth allocation request from now on fail (1 = the next one).
 inline void FailNthAllocation(long n, bool andAllLater = false) {
   Stats().failAll = andAllLater;
@@ -90,6 +72,37 @@ inline void FailNthAllocation(long n, bool andAllLater = false) {
 }
 
 inline void StopFailing() { Stats().failAt = 0; Stats().failAll = false; }
+
+// Starts the library with the counting allocator for the lifetime of a scope
+// and shuts it down afterwards. The counters start from zero once start-up is
+// done, so the blocks start-up keeps (the message queue, the shared random
+// generator) do not show in a test's counts; after the scope, live is back to
+// zero unless something leaked.
+class ScopedCountingLibrary {
+ public:
+  ScopedCountingLibrary() {
+    Stats().Reset();
+    SAllocator a = CountingAllocator();
+    started_ = OvraInitialize(&a);
+    startUpLive_ = Stats().live.load();
+    Stats().allocs = 0;
+    Stats().reallocs = 0;
+    Stats().frees = 0;
+    Stats().requests = 0;
+    Stats().live = 0;
+  }
+  ~ScopedCountingLibrary() {
+    StopFailing();
+    if (started_) OvraUninitialize();
+    Stats().live += startUpLive_;
+  }
+  bool started() const { return started_; }
+
+ private:
+  bool started_;
+  long startUpLive_ = 0;
+};
+
 
 }  // namespace ovra_test
 

@@ -1,0 +1,130 @@
+// OvraFilePS.cpp - the POSIX half of TFile: the system's buffered streams with
+// 64-bit offsets, and the operations on names.
+#include <errno.h>
+#include <stdio.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <time.h>
+#include <unistd.h>
+#include <utime.h>
+
+#include "OvraFile.h"
+#include "OvraFileName.h"
+
+static_assert(sizeof(off_t) == 8, "the build must use 64-bit file offsets");
+
+namespace {
+
+FILE* Stream(void* handle) { return static_cast<FILE*>(handle); }
+
+// The single-byte form of a name for the system, or null when the name could
+// not be given unchanged (see IsSystemName) or its copy not be made.
+const char* SystemName(const TBstr& name) {
+  if (name.IsEmpty() || !IsSystemName(name)) return nullptr;
+  const char* text = name.GetMultibyteString();
+  return *text ? text : nullptr;
+}
+
+}  // namespace
+
+void* TFile::FileOpen(const TBstr& spec, unsigned int mode, bool create) {
+  const char* name = SystemName(spec);
+  if (!name) return kInvalidHandleValue;
+  // "w" or "r", then "+" for write access, then "b": "rb", "r+b" or "w+b".
+  char text[4];
+  int n = 0;
+  text[n++] = create ? 'w' : 'r';
+  if (mode & kOpenWrite) text[n++] = '+';
+  text[n++] = 'b';
+  text[n] = 0;
+  FILE* stream = fopen(name, text);
+  if (!stream) return kInvalidHandleValue;
+  // A directory opens read-only as a stream but is no file to read or seek.
+  struct stat info;
+  int error = 0;
+  if (fstat(fileno(stream), &info) != 0)
+    error = errno;
+  else if (S_ISDIR(info.st_mode))
+    error = EISDIR;
+  if (error != 0) {
+    fclose(stream);
+    errno = error;
+    return kInvalidHandleValue;
+  }
+  return stream;
+}
+
+bool TFile::FileClose(void* handle) { return fclose(Stream(handle)) == 0; }
+
+unsigned int TFile::FileRead(void* handle, void* buffer, unsigned int count) {
+  return static_cast<unsigned int>(fread(buffer, 1, count, Stream(handle)));
+}
+
+unsigned int TFile::FileWrite(void* handle, const void* buffer, unsigned int count) {
+  return static_cast<unsigned int>(fwrite(buffer, 1, count, Stream(handle)));
+}
+
+bool TFile::FileFlush(void* handle) { return fflush(Stream(handle)) == 0; }
+
+long long TFile::FileGetPosition(void* handle) { return ftello(Stream(handle)); }
+
+bool TFile::FileSetPosition(void* handle, long long offset, int origin) {
+  return fseeko(Stream(handle), static_cast<off_t>(offset), origin) == 0;
+}
+
+long long TFile::FileGetLength(void* handle) {
+  FILE* stream = Stream(handle);
+  const off_t position = ftello(stream);
+  if (position < 0) return -1;
+  if (fseeko(stream, 0, SEEK_END) != 0) return -1;
+  const off_t length = ftello(stream);
+  // Back to where it was, so that the call leaves the position unchanged.
+  if (fseeko(stream, position, SEEK_SET) != 0) return -1;
+  return length;
+}
+
+bool TFile::FileSetLength(void* handle, unsigned int length) {
+  // Only a move of the position: nothing is truncated or extended.
+  return fseeko(Stream(handle), static_cast<off_t>(length), SEEK_SET) == 0;
+}
+
+// ---------------------------------------------------------------------------
+// Operations on names
+// ---------------------------------------------------------------------------
+
+bool TFile::Rename(const TBstr& from, const TBstr& to) {
+  const char* source = SystemName(from);
+  if (!source) return false;
+  const char* target = SystemName(to);
+  return target && rename(source, target) == 0;
+}
+
+bool TFile::Remove(const TBstr& spec) {
+  const char* name = SystemName(spec);
+  return name && remove(name) == 0;
+}
+
+bool TFile::CreateDirectory(const TBstr& spec) {
+  const TBstr path = RemoveTrailingSeparator(spec);
+  const char* name = SystemName(path);
+  if (!name) return false;
+  // An existing entry counts as success even when it is not a directory:
+  // callers rely on this leniency.
+  return mkdir(name, 0775) == 0 || errno == EEXIST;
+}
+
+bool TFile::RemoveDirectory(const TBstr& spec) {
+  const char* name = SystemName(spec);
+  return name && rmdir(name) == 0;
+}
+
+bool TFile::SetLastWriteTime(const TBstr& spec, long time) {
+  const char* name = SystemName(spec);
+  if (!name) return false;
+  utimbuf times;
+  times.actime = ::time(nullptr);
+  times.modtime = static_cast<time_t>(time);
+  return utime(name, &times) == 0;
+}
+
+TBstr TFile::GetTempDirectory() { return TBstr("/tmp/"); }

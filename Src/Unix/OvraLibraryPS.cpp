@@ -1,0 +1,133 @@
+// OvraLibraryPS.cpp - the POSIX half of TLibrary: the dynamic loader (dlopen,
+// dlsym, dlclose, with dladdr1/dlinfo to tell where a symbol lives) and
+// realpath. Every call into the loader is made in one place below.
+#include <dlfcn.h>
+#include <limits.h>
+#include <link.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "OvraLibrary.h"
+
+namespace {
+
+// Both working buffers: the spec as single-byte text, and the absolute path
+// that is opened. Longer text fails the load rather than being cut.
+constexpr size_t kPathBufferSize = 1024;
+
+typedef bool (*SharedLibInitProc)(const TBstr& fileSpec);
+typedef void (*SharedLibTermProc)(void);
+
+// True when every character of s is 1..255, so that its single-byte form
+// names exactly what s names: characters above 255 would become "?" and a
+// zero character would cut the text, naming another file or symbol.
+bool IsByteText(const TBstr& s) {
+  const unsigned short* text = s.GetString();
+  const int length = s.GetLength();
+  for (int i = 0; i < length; ++i)
+    if (text[i] == 0 || text[i] > 255) return false;
+  return true;
+}
+
+// Copies the single-byte form of s, terminated, into buffer; false when s is
+// empty, does not fit or is not byte text. Needs no memory of its own.
+bool CopyByteText(const TBstr& s, char* buffer, size_t size) {
+  const int length = s.GetLength();
+  if (length <= 0 || static_cast<size_t>(length) >= size || !IsByteText(s)) return false;
+  const unsigned short* text = s.GetString();
+  for (int i = 0; i < length; ++i) buffer[i] = static_cast<char>(text[i]);
+  buffer[length] = 0;
+  return true;
+}
+
+// --- the loader ---------------------------------------------------------------
+
+void* OpenLibrary(const char* path) { return dlopen(path, RTLD_LAZY); }
+
+int CloseLibrary(void* handle) { return dlclose(handle); }
+
+// The loader's lookup: the library first, then the libraries it depends on.
+void* LookupSymbol(void* handle, const char* name) { return dlsym(handle, name); }
+
+// True when address lies in the object that handle opened itself rather
+// than in one of its dependencies.
+bool DefinedByLibrary(void* handle, void* address) {
+  link_map* opened = nullptr;
+  if (dlinfo(handle, RTLD_DI_LINKMAP, &opened) != 0 || !opened) return false;
+  Dl_info info;
+  link_map* owner = nullptr;
+  if (!dladdr1(address, &info, reinterpret_cast<void**>(&owner), RTLD_DL_LINKMAP)) return false;
+  return owner == opened;
+}
+
+// An entry point of the contract, only when the library defines it itself: a
+// library linked against this runtime would otherwise be handed the
+// runtime's own SharedLibInit and SharedLibTerm.
+void* LookupEntry(void* handle, const char* name) {
+  void* address = LookupSymbol(handle, name);
+  return address && DefinedByLibrary(handle, address) ? address : nullptr;
+}
+
+}  // namespace
+
+void* TLibrary::LibraryLoad(const TBstr& spec) {
+  // Split the spec at its last "/" into directory and file name; without a
+  // "/" the directory is the current one, so the loader's search path is
+  // never consulted.
+  char specText[kPathBufferSize];
+  if (!CopyByteText(spec, specText, sizeof specText)) return kInvalidHandleValue;
+  const char* directory = "./";
+  const char* fileName = specText;
+  if (char* slash = strrchr(specText, '/')) {
+    *slash = 0;
+    directory = specText;  // empty for "/libx.so": realpath refuses it
+    fileName = slash + 1;
+  }
+
+  // realpath writes up to PATH_MAX bytes, so it gets a buffer of that size;
+  // the path built from it must still fit the working buffer.
+  char resolved[PATH_MAX];
+  if (!realpath(directory, resolved)) return kInvalidHandleValue;
+  const size_t directoryLength = strlen(resolved);
+  const size_t nameLength = strlen(fileName);
+  // realpath ends a path with "/" only for the root, which needs no second one.
+  const size_t separatorLength =
+      directoryLength > 0 && resolved[directoryLength - 1] == '/' ? 0 : 1;
+  if (directoryLength + separatorLength + nameLength >= kPathBufferSize)
+    return kInvalidHandleValue;
+  char path[kPathBufferSize];
+  memcpy(path, resolved, directoryLength);
+  if (separatorLength) path[directoryLength] = '/';
+  memcpy(path + directoryLength + separatorLength, fileName, nameLength + 1);
+
+  // The path handed to SharedLibInit is made before the library is opened, so
+  // that running out of memory never opens a library without initialising it.
+  const TBstr pathText(path);
+  if (static_cast<size_t>(pathText.GetLength()) != strlen(path)) return kInvalidHandleValue;
+
+  void* handle = OpenLibrary(path);
+  if (handle == kInvalidHandleValue) return kInvalidHandleValue;
+  const SharedLibInitProc init =
+      reinterpret_cast<SharedLibInitProc>(LookupEntry(handle, "SharedLibInit"));
+  if (init && init(pathText)) return handle;
+  // Refused, by the library or for want of its entry: closing it the usual
+  // way runs its SharedLibTerm, if it has one.
+  LibraryFree(handle);
+  return kInvalidHandleValue;
+}
+
+bool TLibrary::LibraryFree(void* handle) {
+  // A null handle would make the lookups search every loaded library.
+  if (handle == kInvalidHandleValue) return false;
+  const SharedLibTermProc term =
+      reinterpret_cast<SharedLibTermProc>(LookupEntry(handle, "SharedLibTerm"));
+  if (term) term();
+  return CloseLibrary(handle) != -1;
+}
+
+OvraProc TLibrary::LibraryGetProcAddress(void* handle, const TBstr& name) {
+  if (handle == kInvalidHandleValue || name.IsEmpty() || !IsByteText(name)) return nullptr;
+  const char* text = name.GetMultibyteString();
+  if (!*text) return nullptr;  // its single-byte copy could not be made
+  return reinterpret_cast<OvraProc>(LookupSymbol(handle, text));
+}

@@ -1,0 +1,18 @@
+// OvraSystemPS.cpp - the POSIX half of OvraGetSystemInfo: uname.
+#include "Unix/OvraSystemPS.h"
+
+#include <string.h>
+#include <sys/utsname.h>
+
+bool InternalGetSystemNames(TBstr& name, char* release, size_t size) {
+  release[0] = 0;
+  utsname names;
+  if (uname(&names) != 0) {
+    name.Empty();
+    return false;
+  }
+  // The fields are terminated; the release is cut to the caller's buffer.
+  name.Assign(names.sysname);
+  strncat(release, names.release, size - 1);
+  return true;
+}

@@ -1,0 +1,211 @@
+// Tests of the POSIX half of TFileFinder: one directory level expanded by the
+// system and examined without following links - the record of each entry, the
+// root pattern, the leading-dot rule, entries that vanish after the expansion,
+// unreadable directories and sizes of 4 GiB and more. Every test runs in a
+// fresh temporary folder.
+#include "OvraFileFinder.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <set>
+#include <string>
+
+#include "TestBstr.h"
+#include "TestFiles.h"
+
+namespace {
+
+using ovra_test::B;
+using ovra_test::FileTest;
+using ovra_test::MakeSparseFile;
+using ovra_test::Narrow;
+using ovra_test::RunUnprivileged;
+using ovra_test::Unprivileged;
+using ovra_test::WriteFile;
+
+using FinderLevelTest = FileTest;
+
+// The names of every entry of one level.
+std::set<std::string> Level(const std::string& pattern) {
+  std::set<std::string> names;
+  TFileInfo info;
+  void* handle = TFileFinder::FileFinderFind(B(pattern), info);
+  if (handle == kInvalidHandleValue) return names;
+  do names.insert(Narrow(info.name));
+  while (TFileFinder::FileFinderFindNext(handle, info));
+  TFileFinder::FileFinderClose(handle);
+  return names;
+}
+
+TEST_F(FinderLevelTest, FirstEntryIsLoadedAndTheRestFollow) {
+  ASSERT_EQ(mkdir("d", 0755), 0);
+  ASSERT_TRUE(WriteFile("d/a", "1"));
+  ASSERT_TRUE(WriteFile("d/b", "22"));
+  ASSERT_TRUE(WriteFile("d/c", "333"));
+  EXPECT_EQ(Level("d/*"), (std::set<std::string>{"a", "b", "c"}));
+}
+
+TEST_F(FinderLevelTest, RecordHoldsTheEntrysOwnData) {
+  ASSERT_EQ(mkdir("d", 0755), 0);
+  ASSERT_TRUE(WriteFile("d/file", "0123456789"));
+  ASSERT_TRUE(TFile::SetLastWriteTime(B("d/file"), 987654321L));
+  struct stat st;
+  ASSERT_EQ(lstat("d/file", &st), 0);
+  TFileInfo info;
+  void* handle = TFileFinder::FileFinderFind(B("d/file"), info);
+  ASSERT_NE(handle, kInvalidHandleValue);
+  EXPECT_EQ(Narrow(info.name), "file");
+  EXPECT_FALSE(info.isDirectory);
+  EXPECT_EQ(info.size, 10u);
+  EXPECT_EQ(info.lastWriteTime, 987654321);
+  EXPECT_EQ(info.changeTime, st.st_ctime);
+  EXPECT_FALSE(TFileFinder::FileFinderFindNext(handle, info));
+  // Nothing more: the record still holds the last entry.
+  EXPECT_EQ(Narrow(info.name), "file");
+  TFileFinder::FileFinderClose(handle);
+}
+
+TEST_F(FinderLevelTest, LinksAreExaminedThemselves) {
+  ASSERT_EQ(mkdir("d", 0755), 0);
+  ASSERT_EQ(mkdir("target", 0755), 0);
+  ASSERT_EQ(symlink("../target", "d/dirlink"), 0);
+  ASSERT_EQ(symlink("gone", "d/dangling"), 0);
+  TFileInfo info;
+  void* handle = TFileFinder::FileFinderFind(B("d/*"), info);
+  ASSERT_NE(handle, kInvalidHandleValue);
+  int seen = 0;
+  do {
+    ++seen;
+    EXPECT_FALSE(info.isDirectory) << Narrow(info.name);
+    const std::string name = Narrow(info.name);
+    EXPECT_EQ(info.size, name == "dirlink" ? 9u : 4u) << name;  // the link text's length
+  } while (TFileFinder::FileFinderFindNext(handle, info));
+  TFileFinder::FileFinderClose(handle);
+  EXPECT_EQ(seen, 2);
+}
+
+TEST_F(FinderLevelTest, RootPatternReturnsTheRootItself) {
+  TFileInfo info;
+  void* handle = TFileFinder::FileFinderFind(B("/"), info);
+  ASSERT_NE(handle, kInvalidHandleValue);
+  EXPECT_TRUE(info.name.IsEmpty());
+  EXPECT_TRUE(info.isDirectory);
+  EXPECT_FALSE(TFileFinder::FileFinderFindNext(handle, info));
+  TFileFinder::FileFinderClose(handle);
+}
+
+TEST_F(FinderLevelTest, HiddenEntriesNeedAPatternBeginningWithADot) {
+  ASSERT_EQ(mkdir("d", 0755), 0);
+  ASSERT_TRUE(WriteFile("d/.hidden", "h"));
+  ASSERT_TRUE(WriteFile("d/shown", "s"));
+  EXPECT_EQ(Level("d/*"), (std::set<std::string>{"shown"}));
+  EXPECT_EQ(Level("d/.*"), (std::set<std::string>{".", "..", ".hidden"}));
+  EXPECT_EQ(Level("d/?hidden"), (std::set<std::string>{}));
+}
+
+TEST_F(FinderLevelTest, PatternCharactersAreTheSystems) {
+  ASSERT_EQ(mkdir("d", 0755), 0);
+  for (const char* name : {"a1", "a2", "b1", "a[1]", "x*y"}) ASSERT_TRUE(WriteFile(std::string("d/") + name, "x"));
+  EXPECT_EQ(Level("d/a?"), (std::set<std::string>{"a1", "a2"}));
+  EXPECT_EQ(Level("d/[ab]1"), (std::set<std::string>{"a1", "b1"}));
+  EXPECT_EQ(Level("d/a\\[1\\]"), (std::set<std::string>{"a[1]"}));
+  EXPECT_EQ(Level("d/x\\*y"), (std::set<std::string>{"x*y"}));
+}
+
+TEST_F(FinderLevelTest, EntriesThatVanishAfterTheExpansionAreSkipped) {
+  ASSERT_EQ(mkdir("d", 0755), 0);
+  for (int i = 0; i < 10; ++i) ASSERT_TRUE(WriteFile("d/f" + std::to_string(i), "x"));
+  TFileInfo info;
+  void* handle = TFileFinder::FileFinderFind(B("d/*"), info);
+  ASSERT_NE(handle, kInvalidHandleValue);
+  const std::string first = Narrow(info.name);
+  // Every other entry disappears before it is examined; one is replaced by a
+  // directory of the same name, which must be examined as it is now.
+  std::string replaced;
+  for (int i = 0; i < 10; ++i) {
+    const std::string name = "f" + std::to_string(i);
+    if (name == first) continue;
+    ASSERT_EQ(unlink(("d/" + name).c_str()), 0);
+    if (replaced.empty()) {
+      replaced = name;
+      ASSERT_EQ(mkdir(("d/" + name).c_str(), 0755), 0);
+    }
+  }
+  ASSERT_TRUE(TFileFinder::FileFinderFindNext(handle, info));
+  EXPECT_EQ(Narrow(info.name), replaced);
+  EXPECT_TRUE(info.isDirectory);
+  EXPECT_FALSE(TFileFinder::FileFinderFindNext(handle, info));
+  TFileFinder::FileFinderClose(handle);
+}
+
+TEST_F(FinderLevelTest, LevelWhoseEntriesAllVanishedHasNoHandle) {
+  TFileInfo info;
+  info.name = B("untouched");
+  EXPECT_EQ(TFileFinder::FileFinderFind(B("nothing-here-*"), info), kInvalidHandleValue);
+  EXPECT_EQ(TFileFinder::FileFinderFind(B("missing/dir/*"), info), kInvalidHandleValue);
+  EXPECT_EQ(TFileFinder::FileFinderFind(TBstr(), info), kInvalidHandleValue);
+  const unsigned short wide[] = {'*', 0x100, 0};
+  EXPECT_EQ(TFileFinder::FileFinderFind(TBstr(wide), info), kInvalidHandleValue);
+  EXPECT_EQ(Narrow(info.name), "untouched");
+}
+
+TEST_F(FinderLevelTest, NullHandleIsIgnored) {
+  TFileInfo info;
+  TFileFinder::FileFinderClose(nullptr);
+  EXPECT_FALSE(TFileFinder::FileFinderFindNext(nullptr, info));
+}
+
+TEST_F(FinderLevelTest, UnreadableDirectoryHasNoEntries) {
+  ASSERT_EQ(mkdir("locked", 0755), 0);
+  ASSERT_TRUE(WriteFile("locked/inside", "x"));
+  ASSERT_EQ(chmod("locked", 0), 0);
+  const std::string pattern = At("locked/*");
+  const std::string exact = At("locked/inside");
+  const Unprivileged outcome = RunUnprivileged([pattern, exact] {
+    TFileInfo info;
+    return TFileFinder::FileFinderFind(B(pattern), info) == kInvalidHandleValue &&
+           TFileFinder::FileFinderFind(B(exact), info) == kInvalidHandleValue;
+  });
+  if (outcome == Unprivileged::kUnavailable)
+    GTEST_SKIP() << "running as root and cannot drop privileges to check permissions";
+  EXPECT_EQ(outcome, Unprivileged::kPassed);
+}
+
+TEST_F(FinderLevelTest, SizeOfFourGiBAndMoreIsCappedNotWrapped) {
+  if (!MakeSparseFile("big", 0x100000000LL + 3))
+    GTEST_SKIP() << "the file system here does not allow a file of 4 GiB";
+  TFileInfo info;
+  void* handle = TFileFinder::FileFinderFind(B("big"), info);
+  ASSERT_NE(handle, kInvalidHandleValue);
+  EXPECT_EQ(info.size, kFileSizeCeiling);
+  TFileFinder::FileFinderClose(handle);
+}
+
+TEST_F(FinderLevelTest, LongNamesAreWidenedWhole) {
+  ASSERT_EQ(mkdir("d", 0755), 0);
+  const std::string longName(255, 'n');  // beyond the stack work area
+  const std::string shortName(200, 's');
+  ASSERT_TRUE(WriteFile("d/" + longName, "x"));
+  ASSERT_TRUE(WriteFile("d/" + shortName, "x"));
+  EXPECT_EQ(Level("d/*"), (std::set<std::string>{longName, shortName}));
+}
+
+TEST_F(FinderLevelTest, AllocationFailuresGiveNoHandleOrSkipAndNeverLeak) {
+  ASSERT_EQ(mkdir("d", 0755), 0);
+  ASSERT_TRUE(WriteFile("d/only", "x"));
+  ovra_test::SweepAllocationFailures([](ovra_test::FailurePoint& point) {
+    const TBstr pattern = B("d/*");
+    TFileInfo info;
+    point.Arm();
+    void* handle = TFileFinder::FileFinderFind(pattern, info);
+    point.Disarm();
+    if (handle != kInvalidHandleValue) {
+      EXPECT_EQ(Narrow(info.name), "only");
+      TFileFinder::FileFinderClose(handle);
+    }
+  });
+}
+
+}  // namespace

@@ -1,0 +1,264 @@
+// Tests of message identifiers, the callback registry and dispatch.
+#include "OvraMessage.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "TestAllocator.h"
+
+using namespace ovra_test;
+
+namespace {
+
+struct Delivery {
+  unsigned int id;
+  void* param1;
+  void* param2;
+};
+std::vector<Delivery> s_delivered;
+
+void Record(unsigned int id, void* p1, void* p2) { s_delivered.push_back({id, p1, p2}); }
+void OtherCallback(unsigned int, void*, void*) {}
+
+void* P(intptr_t v) { return reinterpret_cast<void*>(v); }
+
+// Must stay the first test of this file: it sees the counter's first values.
+TEST(MessageIdTest, IdentifiersStartAtOneAndAreNeverReused) {
+  EXPECT_EQ(OvraRequestMessageId(), 1u);
+  EXPECT_EQ(OvraRequestMessageId(), 2u);
+  OvraReleaseMessageId(1);
+  EXPECT_EQ(OvraRequestMessageId(), 3u);
+  EXPECT_EQ(kFirstMessageId, 1u);
+  EXPECT_EQ(kQuitMessageId, 0xFFFFFFFFu);
+}
+
+TEST(MessageRegistryTest, SecondRegistrationIsRefusedAndKeepsTheFirst) {
+  const unsigned int id = OvraRequestMessageId();
+  EXPECT_TRUE(OvraRegisterMessageCallback(id, Record));
+  EXPECT_FALSE(OvraRegisterMessageCallback(id, OtherCallback));
+  EXPECT_EQ(OvraLookupMessageCallback(id), &Record);
+  OvraUnregisterMessageCallback(id);
+}
+
+TEST(MessageRegistryTest, UnregisteringTheOnlyCallbackRemovesTheRegistry) {
+  ScopedCountingLibrary lib;
+  ASSERT_TRUE(lib.started());
+  const long live = Stats().live;
+  const unsigned int id = OvraRequestMessageId();
+  ASSERT_TRUE(OvraRegisterMessageCallback(id, Record));
+  EXPECT_GT(Stats().live, live);  // the registry exists
+  OvraUnregisterMessageCallback(id);
+  EXPECT_EQ(OvraLookupMessageCallback(id), nullptr);
+  EXPECT_EQ(Stats().live, live);  // and is gone again
+  OvraUnregisterMessageCallback(id);  // without a registry: nothing happens
+}
+
+TEST(MessageRegistryTest, RegistrationWorksWithoutAStartedLibrary) {
+  const unsigned int id = OvraRequestMessageId();
+  EXPECT_TRUE(OvraRegisterMessageCallback(id, Record));
+  s_delivered.clear();
+  EXPECT_TRUE(OvraGiveMessage(id, P(1), P(2)));
+  ASSERT_EQ(s_delivered.size(), 1u);
+  OvraUnregisterMessageCallback(id);
+}
+
+TEST(MessageRegistryTest, RegistrationSurvivesAllocationFailures) {
+  ScopedCountingLibrary lib;
+  ASSERT_TRUE(lib.started());
+  const long live = Stats().live;
+  const unsigned int id = OvraRequestMessageId();
+  for (long n = 1;; ++n) {
+    FailNthAllocation(n);
+    const bool ok = OvraRegisterMessageCallback(id, Record);
+    StopFailing();
+    if (!ok) {
+      EXPECT_EQ(OvraLookupMessageCallback(id), nullptr);
+      EXPECT_EQ(Stats().live, live) << "leak after failing allocation " << n;
+      continue;
+    }
+    EXPECT_EQ(OvraLookupMessageCallback(id), &Record);
+    break;
+  }
+  OvraUnregisterMessageCallback(id);
+  EXPECT_EQ(Stats().live, live);
+}
+
+TEST(MessageGiveTest, GiveWithoutCallbackReturnsFalseAndCallsNothing) {
+  s_delivered.clear();
+  EXPECT_FALSE(OvraGiveMessage(OvraRequestMessageId(), P(1), P(2)));
+  EXPECT_TRUE(s_delivered.empty());
+}
+
+TEST(MessageGiveTest, GiveCallsTheCallbackAtOnceWithBothParameters) {
+  const unsigned int id = OvraRequestMessageId();
+  ASSERT_TRUE(OvraRegisterMessageCallback(id, Record));
+  s_delivered.clear();
+  EXPECT_TRUE(OvraGiveMessage(id, P(10), P(20)));
+  ASSERT_EQ(s_delivered.size(), 1u);
+  EXPECT_EQ(s_delivered[0].id, id);
+  EXPECT_EQ(s_delivered[0].param1, P(10));
+  EXPECT_EQ(s_delivered[0].param2, P(20));
+  OvraUnregisterMessageCallback(id);
+}
+
+TEST(MessageQueueAbsentTest, WithoutStartUpPostAndGetFailAndTheLoopReturnsZero) {
+  EXPECT_FALSE(OvraPostMessage(5, nullptr, nullptr));
+  EXPECT_FALSE(OvraPostQuitMessage(P(3)));
+  unsigned int id = 77;
+  void* p1 = P(1);
+  void* p2 = P(2);
+  EXPECT_FALSE(OvraGetMessage(&id, &p1, &p2));
+  EXPECT_EQ(id, 77u);
+  EXPECT_EQ(OvraMessageLoop(), 0);
+  OvraDispatchMessages();                         // nothing to do
+  OvraSetMessageAvailableCallback(nullptr, nullptr);  // ignored
+}
+
+class MessageDispatchTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(OvraInitialize(nullptr));
+    id = OvraRequestMessageId();
+    ASSERT_TRUE(OvraRegisterMessageCallback(id, Record));
+    s_delivered.clear();
+  }
+  void TearDown() override {
+    OvraUnregisterMessageCallback(id);
+    OvraUninitialize();
+  }
+  unsigned int id = 0;
+};
+
+TEST_F(MessageDispatchTest, GetOnAnEmptyQueueReturnsFalseAtOnce) {
+  unsigned int got = 0;
+  void* p1 = nullptr;
+  void* p2 = nullptr;
+  EXPECT_FALSE(OvraGetMessage(&got, &p1, &p2));
+}
+
+TEST_F(MessageDispatchTest, GetReturnsMessagesInPostingOrder) {
+  for (intptr_t i = 0; i < 25; ++i) ASSERT_TRUE(OvraPostMessage(id, P(i), P(-i)));
+  for (intptr_t i = 0; i < 25; ++i) {
+    unsigned int got = 0;
+    void* p1 = nullptr;
+    void* p2 = nullptr;
+    ASSERT_TRUE(OvraGetMessage(&got, &p1, &p2));
+    EXPECT_EQ(got, id);
+    EXPECT_EQ(p1, P(i));
+    EXPECT_EQ(p2, P(-i));
+  }
+  EXPECT_TRUE(s_delivered.empty());  // getting is not delivering
+}
+
+TEST_F(MessageDispatchTest, DispatchDeliversUpToTheQuitMessageAndLeavesTheRest) {
+  ASSERT_TRUE(OvraPostMessage(id, P(1), nullptr));   // A
+  ASSERT_TRUE(OvraPostQuitMessage(P(9)));            // quit
+  ASSERT_TRUE(OvraPostMessage(id, P(2), nullptr));   // B
+  OvraDispatchMessages();
+  ASSERT_EQ(s_delivered.size(), 1u);
+  EXPECT_EQ(s_delivered[0].param1, P(1));
+  unsigned int got = 0;
+  void* p1 = nullptr;
+  void* p2 = nullptr;
+  ASSERT_TRUE(OvraGetMessage(&got, &p1, &p2));  // B is still queued
+  EXPECT_EQ(got, id);
+  EXPECT_EQ(p1, P(2));
+  EXPECT_FALSE(OvraGetMessage(&got, &p1, &p2));
+}
+
+TEST_F(MessageDispatchTest, MessagesWithoutCallbackAreDroppedOnDispatch) {
+  const unsigned int orphan = OvraRequestMessageId();
+  ASSERT_TRUE(OvraPostMessage(orphan, P(1), nullptr));  // accepted
+  ASSERT_TRUE(OvraPostMessage(id, P(2), nullptr));
+  OvraDispatchMessages();
+  ASSERT_EQ(s_delivered.size(), 1u);
+  EXPECT_EQ(s_delivered[0].param1, P(2));
+}
+
+TEST_F(MessageDispatchTest, LoopReturnsTheQuitCodeAfterDeliveringEverythingBeforeIt) {
+  for (intptr_t i = 0; i < 5; ++i) ASSERT_TRUE(OvraPostMessage(id, P(i), nullptr));
+  ASSERT_TRUE(OvraPostQuitMessage(P(7)));
+  ASSERT_TRUE(OvraPostMessage(id, P(100), nullptr));  // after the quit: stays queued
+  EXPECT_EQ(OvraMessageLoop(), 7);
+  ASSERT_EQ(s_delivered.size(), 5u);
+  for (intptr_t i = 0; i < 5; ++i) EXPECT_EQ(s_delivered[i].param1, P(i));
+  OvraDispatchMessages();
+  EXPECT_EQ(s_delivered.size(), 6u);
+}
+
+TEST_F(MessageDispatchTest, NegativeQuitCodesComeBackIntact) {
+  ASSERT_TRUE(OvraPostQuitMessage(P(-12345)));
+  EXPECT_EQ(OvraMessageLoop(), -12345);
+}
+
+TEST_F(MessageDispatchTest, CallbacksMayPostFurtherMessages) {
+  static unsigned int s_id;
+  s_id = id;
+  const unsigned int chain = OvraRequestMessageId();
+  ASSERT_TRUE(OvraRegisterMessageCallback(chain, [](unsigned int, void* p1, void*) {
+    const intptr_t left = reinterpret_cast<intptr_t>(p1);
+    if (left > 0) OvraPostMessage(s_id, p1, nullptr);  // queued behind P(0)
+    if (left == 0) OvraPostQuitMessage(P(55));          // queued behind that
+  }));
+  ASSERT_TRUE(OvraPostMessage(chain, P(1), nullptr));
+  ASSERT_TRUE(OvraPostMessage(chain, P(0), nullptr));
+  EXPECT_EQ(OvraMessageLoop(), 55);
+  ASSERT_EQ(s_delivered.size(), 1u);
+  EXPECT_EQ(s_delivered[0].param1, P(1));
+  OvraUnregisterMessageCallback(chain);
+}
+
+TEST(MessageLifecycleTest, UndeliveredMessagesAreFreedAtShutdownWithoutDelivery) {
+  Stats().Reset();
+  SAllocator a = CountingAllocator();
+  ASSERT_TRUE(OvraInitialize(&a));
+  const unsigned int id = OvraRequestMessageId();
+  ASSERT_TRUE(OvraRegisterMessageCallback(id, Record));
+  s_delivered.clear();
+  for (int i = 0; i < 40; ++i) ASSERT_TRUE(OvraPostMessage(id, nullptr, nullptr));
+  OvraUnregisterMessageCallback(id);
+  OvraUninitialize();
+  EXPECT_TRUE(s_delivered.empty());
+  EXPECT_EQ(Stats().live, 0);
+}
+
+TEST(MessageLifecycleTest, StartUpFailsWhenTheQueueCannotBeMade) {
+  Stats().Reset();
+  SAllocator a = CountingAllocator();
+  // Fail every allocation: the queue is the start-up chain's allocation.
+  Stats().failAt = 1;
+  Stats().failAll = true;
+  EXPECT_FALSE(OvraInitialize(&a));
+  StopFailing();
+  // The count stayed at zero: the next start-up runs the whole chain again.
+  ASSERT_TRUE(OvraInitialize(&a));
+  EXPECT_TRUE(OvraPostMessage(1, nullptr, nullptr));
+  OvraUninitialize();
+  EXPECT_FALSE(OvraPostMessage(1, nullptr, nullptr));
+}
+
+TEST(MessageLifecycleTest, PostReportsAllocationFailureAndLeavesTheQueueUnchanged) {
+  ScopedCountingLibrary lib;
+  ASSERT_TRUE(lib.started());
+  const unsigned int id = OvraRequestMessageId();
+  ASSERT_TRUE(OvraPostMessage(id, P(1), nullptr));
+  for (long n = 1; n <= 3; ++n) {
+    FailNthAllocation(n);
+    (void)OvraPostMessage(id, P(2), nullptr);
+    StopFailing();
+  }
+  // Whatever failed, the queue holds the first message, then only whole ones.
+  unsigned int got = 0;
+  void* p1 = nullptr;
+  void* p2 = nullptr;
+  ASSERT_TRUE(OvraGetMessage(&got, &p1, &p2));
+  EXPECT_EQ(p1, P(1));
+  while (OvraGetMessage(&got, &p1, &p2)) EXPECT_EQ(p1, P(2));
+  FailNthAllocation(1);
+  EXPECT_FALSE(OvraPostMessage(id, P(3), nullptr));  // the record itself
+  StopFailing();
+  EXPECT_FALSE(OvraGetMessage(&got, &p1, &p2));
+}
+
+}  // namespace
