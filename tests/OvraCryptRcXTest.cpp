@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <string.h>
 
+#include <algorithm>
 #include <random>
 #include <string>
 #include <vector>
@@ -79,6 +80,30 @@ TEST(Rc2Test, ReproducesTheRfc2268Vectors) {
     TRc2Cipher dec(TCipher::eDecrypt, key.data(), static_cast<unsigned>(key.size()), v.bits);
     dec.ProcessBlock(block.data());
     EXPECT_EQ(block, Hex(v.plain)) << v.key << " / " << v.bits;
+  }
+}
+
+// RFC 2268 has no vector with 1024 effective bits (the largest setting, and the
+// one 0 stands for): these were computed once with OpenSSL's RC2, so that the
+// builds without it check that setting against fixed values too.
+const Rc2Vector kRc2Vectors1024[] = {
+    {"88bca90e90875a7f0f79c384627bafb2", 1024, "0000000000000000", "db66015b97954a43"},
+    {"0000000000000000", 1024, "0000000000000000", "cfa18f47ea73bd79"},
+    {"ffffffffffffffff", 1024, "0000000000000000", "d7bcc5dbb4d6e56a"},
+};
+
+TEST(Rc2Test, Reproduces1024EffectiveBitVectorsAndZeroBitsStandsFor1024) {
+  for (const Rc2Vector& v : kRc2Vectors1024) {
+    const Bytes key = Hex(v.key);
+    for (unsigned bits : {v.bits, 0u}) {
+      TRc2Cipher enc(TCipher::eEncrypt, key.data(), static_cast<unsigned>(key.size()), bits);
+      Bytes block = Hex(v.plain);
+      enc.ProcessBlock(block.data());
+      EXPECT_EQ(block, Hex(v.cipher)) << v.key << " / " << bits;
+      TRc2Cipher dec(TCipher::eDecrypt, key.data(), static_cast<unsigned>(key.size()), bits);
+      dec.ProcessBlock(block.data());
+      EXPECT_EQ(block, Hex(v.plain)) << v.key << " / " << bits;
+    }
   }
 }
 
@@ -247,6 +272,46 @@ TEST(Rc4Test, ReproducesTheRfc6229KeystreamForA40BitKey) {
   TRc4Cipher c(TCipher::eEncrypt, key.data(), 5);
   EXPECT_EQ(Rc4(c, Bytes(32, 0), true),
             Hex("b2396305f03dc027ccc3524a0a1118a8 6982944f18fc82d589c403a47a0d0919"));
+}
+
+// RFC 6229: keystream bytes at offsets up to 4096 for a 40-bit and a 128-bit
+// key, read through messages of uneven sizes that end with final only at the
+// last one, so that the stream must run on across the calls.
+TEST(Rc4Test, ReproducesTheRfc6229KeystreamAtLaterOffsetsAcrossCalls) {
+  struct Row {
+    unsigned offset;
+    const char* k40;
+    const char* k128;
+  };
+  const Row rows[] = {
+      {240, "28cb1132c96ce286421dcaadb8b69eae", "065902e4b620f6cc36c8589f66432f2b"},
+      {256, "1cfcf62b03eddb641d77dfcf7f8d8c93", "d39d566bc6bce3010768151549f3873f"},
+      {496, "42b7d0cdd918a8a33dd51781c81f4041", "b6d1e6c4a5e4771cad79538df295fb11"},
+      {1008, "45129048e6a0ed0b56b490338f078da5", "e7a72574f8782ae26aabcf9ebcd66065"},
+      {1520, "3294f744d8f9790507e70f62e5bbceea", "b40110c4190b5622a96116b0017ed297"},
+      {2048, "cc582f8ba9f265e2b1be9112e975d2d7", "8a44126411eaa78bd51e8d87a8879bf5"},
+      {3072, "ec0e11c479dc329dc8da7968fe965681", "c05d88abd50357f935a63c59ee537623"},
+      {4096, "ff25b58995996707e51fbdf08b34d875", "a36a4c301ae8ac13610ccbc12256cacc"},
+  };
+  const Bytes key40 = Hex("0102030405");
+  const Bytes key128 = Hex("0102030405060708090a0b0c0d0e0f10");
+  for (const Bytes* key : {&key40, &key128}) {
+    TRc4Cipher c(TCipher::eEncrypt, key->data(), static_cast<unsigned>(key->size()));
+    Bytes stream(4112, 0);
+    unsigned pos = 0, step = 1;
+    while (pos < stream.size()) {
+      const unsigned run = std::min<unsigned>(step, static_cast<unsigned>(stream.size()) - pos);
+      const bool last = pos + run == stream.size();
+      ASSERT_EQ(c.ProcessData(stream.data() + pos, run, last), run);
+      pos += run;
+      step = step * 3 % 97 + 1;
+    }
+    for (const Row& row : rows) {
+      EXPECT_EQ(Bytes(stream.begin() + row.offset, stream.begin() + row.offset + 16),
+                Hex(key == &key40 ? row.k40 : row.k128))
+          << row.offset;
+    }
+  }
 }
 
 TEST(Rc4Test, EachFinalMessageStartsTheKeystreamAgain) {
