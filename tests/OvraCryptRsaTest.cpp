@@ -57,6 +57,29 @@ const char kSigned1024[] =
     "69D6E41F60D3CB587DD8D99D724E5FF1AC54817DA2FB6F3E6EE65F1BCF2E847060F9008C0F428204E510A1A59CCD4FED"
     "7AF1B7164659CDEB5D865B11F8E7A623BA9777B48E924A2CDA88DD8D30E2FFC170E317CE76D82371BADD0F22F60E8F2E"
     "AE3B07E290794AAB662F1046D8F46847D5897FC4A4899D230E2FAF1A342429D6";
+// A 2112-bit key: its 264-byte modulus is above the 256 bytes a stack work
+// block holds, yet a multiple of 4, so both directions work on the heap.
+const char kN2112[] =
+    "C65510F78334AFC57230DFE102A95C65F0D66C1A214FDB3FF7D377C859F9DDD64BCA15F8D7517C69502EF114B0D4B794"
+    "EDAEC801BF3E01C50B020FEFEB3CF5431B8EEA0F349D39E84B583E5BC82E0AE1081B5045B55FD286ACAF4E81855460AC"
+    "6DBF7FE21CCF8FB6BB94A29CB49AF0ED30757C6D71DA266388C366F1753951ED6FBAB0F626DC2E0598D4F28CFDA1A049"
+    "5B84C3B8B6578BA5CBE7712175C8EA038B955D0EFCBF71B9B4B8278B438F4F5F97F96B0920AE95B07F750E49487941DC"
+    "A989BD6BC83463BA792D12A90FB8C815C7EFC0D83622E57DD5075F6E2BC53230DD20C29A8A4893DFDE7088EF3255B414"
+    "E72C31462D860F3E63F31FFC4D673011E7D4349A9A97F9E3";
+const char kD2112[] =
+    "A37B5929FCD000172BE257987CFE2778AC05C343E2B395916BF1B6E9C228F190041706F7805CDDC55D5FE43EDEE7E88F"
+    "6D40460312A5C505ABE63E46D04C060B13FB40B9D9EFC3DCD3C660587D705E6D51A65A0BABCED995436099C0AFAB76A8"
+    "8B2A6FFA6D2F365234DAF7135ED7DCC256D0710931F0D4F5F4B4C4F54160474505750909DA52B369395EEBF484A06E1C"
+    "44553FE890F44618CF274E3B324F47160C03C20A027D11920C2DE7001F1DA65E409D0E89C0A754995BA23675700EF51C"
+    "9A7A7A692605708D242762BE3AE86A71997C3C06C101B8B0E2996C697E0D413BA5C32F57372A9EDEB560F9BDEEB04A24"
+    "13812A9412A0BEDFF3773572963A94BDF8D9C4BA72E1A4E1";
+const char kSigned2112[] =
+    "0624CD78F2E19503CE48056323CED4F8D7E40657D6723BD1CC344F691CFA182891D7B40C677345ABA784EA0D40E591A5"
+    "89E467E6E971B741038C59BF6CA8878D7C726B012EA0744E60FF5D113907C08623158981944094B7DC69FDBE7737EEBA"
+    "67E67D5ABDE6620B4C49769165EF75F20DB55DBFBA4E323142E40C5F0AEA9A3CEC6415E15555A1E0D9A32632A203F8F3"
+    "FA66C0BF60B650FA9FB19A724AB4C88B2F4128E41B625868868F2123B449FD08BEEC9676800CD5A40178D8FBFA5ED4B2"
+    "19591252AA22626C0CD333A51A2749621D8292B4A9566F2BA0FAC0F9844A6509F5049DDFCF12F37596D41C237D5CE497"
+    "D5237E41645143E279FA3D2CE2837FBAD8B49C22C9C9D55A";
 const char kSignedMessage[] = "recovered message";
 const Bytes kE = {0x01, 0x00, 0x01};
 
@@ -504,13 +527,78 @@ TEST_F(RsaTest, EncryptionAllocationFailuresReturnZeroLeaveTheBufferAndLeakNothi
 // --- Recovery ----------------------------------------------------------------------
 
 TEST_F(RsaTest, RecoveryOfFixedSignedBlocksGivesTheMessage) {
-  for (const auto& key : {std::make_pair(kN512, kSigned512), std::make_pair(kN1024, kSigned1024)}) {
+  for (const auto& key : {std::make_pair(kN512, kSigned512), std::make_pair(kN1024, kSigned1024),
+                          std::make_pair(kN2112, kSigned2112)}) {
     std::unique_ptr<TRsaPublicCipher> cipher(NewCipher(TCipher::eDecrypt, key.first));
     Bytes buf = FromHex(key.second);
     ASSERT_EQ(cipher->ProcessData(buf.data(), static_cast<unsigned>(buf.size()), true),
               strlen(kSignedMessage));
     EXPECT_EQ(memcmp(buf.data(), kSignedMessage, strlen(kSignedMessage)), 0);
   }
+}
+
+TEST_F(RsaTest, ModuliAbove256BytesUseAHeapWorkBlockAndBehaveTheSame) {
+  std::unique_ptr<TRsaPublicCipher> dec(NewCipher(TCipher::eDecrypt, kN2112));
+  std::unique_ptr<TRsaPublicCipher> enc(NewCipher(TCipher::eEncrypt, kN2112));
+  ASSERT_EQ(dec->GetModulusSize(), 264u);
+  // Recovery of a block signed with the private key.
+  Bytes buf = FromHex(kSigned2112);
+  ASSERT_EQ(buf.size(), 264u);
+  long requests = Stats().requests;
+  ASSERT_EQ(dec->DecryptData(buf.data(), 264, true), strlen(kSignedMessage));
+  EXPECT_EQ(memcmp(buf.data(), kSignedMessage, strlen(kSignedMessage)), 0);
+  // Modulus, exponent, ciphertext, result, scratch, and the work block.
+  EXPECT_EQ(Stats().requests - requests, 6);
+  // Encryption of the longest message, checked with the private exponent.
+  Bytes message(264 - 11);
+  for (size_t i = 0; i < message.size(); ++i) message[i] = static_cast<unsigned char>(i * 5 + 3);
+  buf = message;
+  buf.resize(264);
+  requests = Stats().requests;
+  const unsigned written = enc->EncryptData(buf.data(), 264 - 11, true);
+  EXPECT_EQ(Stats().requests - requests, 6);
+  ASSERT_GT(written, 0u);
+  ASSERT_LE(written, 264u);
+  const Bytes block = PrivateOp(Bytes(buf.begin(), buf.begin() + written), kN2112, kD2112);
+  EXPECT_EQ(block[0], 0x00);
+  EXPECT_EQ(block[1], 0x02);
+  for (unsigned i = 2; i < 10; ++i) EXPECT_NE(block[i], 0x00) << i;
+  EXPECT_EQ(block[10], 0x00);
+  EXPECT_EQ(Bytes(block.begin() + 11, block.end()), message);
+  // A type 1 block with no FF bytes, and a type 2 block, as on the stack.
+  Bytes bare(264, 0x5C);
+  bare[0] = 0x00;
+  bare[1] = 0x01;
+  bare[2] = 0x00;
+  buf = PrivateOp(bare, kN2112, kD2112);
+  ASSERT_EQ(dec->DecryptData(buf.data(), 264, true), 261u);
+  EXPECT_EQ(Bytes(buf.begin(), buf.begin() + 261), Bytes(261, 0x5C));
+  buf = Bytes(264, 0);
+  ASSERT_GT(enc->EncryptData(buf.data(), 4, true), 0u);
+  const Bytes before = buf;
+  EXPECT_EQ(dec->DecryptData(buf.data(), 264, true), 0u);
+  EXPECT_EQ(buf, before);
+}
+
+TEST_F(RsaTest, HeapWorkBlockAllocationFailuresReturnZeroLeaveTheBufferAndLeakNothing) {
+  std::unique_ptr<TRsaPublicCipher> cipher(NewCipher(TCipher::eDecrypt, kN2112));
+  int failures = 0;
+  for (long fail = 1; fail < 20; ++fail) {
+    Bytes buf = FromHex(kSigned2112);
+    const Bytes before = buf;
+    const long live = Stats().live;
+    FailNthAllocation(fail);
+    const unsigned n = cipher->DecryptData(buf.data(), 264, true);
+    StopFailing();
+    EXPECT_EQ(Stats().live, live);
+    if (n) {
+      EXPECT_EQ(n, strlen(kSignedMessage));
+      break;
+    }
+    ++failures;
+    EXPECT_EQ(buf, before);
+  }
+  EXPECT_EQ(failures, 6);  // the work block, then as on the stack
 }
 
 TEST_F(RsaTest, ATypeOneBlockWithoutFfBytesDecryptsToTheMessage) {
