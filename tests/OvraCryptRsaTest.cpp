@@ -297,6 +297,19 @@ TEST_F(RsaTest, BerInitAcceptsAnyAlgorithmIdentifierAndReturnsTheWholeSize) {
   }
 }
 
+TEST_F(RsaTest, BerInitDoesNotExamineTheUnusedBitsCountOfTheBitString) {
+  const Bytes n = FromHex(kN512);
+  Bytes blob = Spki(n, kE);
+  const size_t unusedBitsAt = 2 + kRsaAlgorithm.size() + 2;
+  ASSERT_EQ(blob[unusedBitsAt - 2], 0x03);
+  ASSERT_EQ(blob[unusedBitsAt], 0x00);
+  blob[unusedBitsAt] = 0xA7;  // not a valid count, yet ignored
+  TRsaPublicCipher cipher(TCipher::eDecrypt);
+  ASSERT_EQ(cipher.BerInit(blob.data(), static_cast<unsigned>(blob.size())), blob.size());
+  Bytes buf = FromHex(kSigned512);
+  EXPECT_EQ(cipher.DecryptData(buf.data(), 64, true), strlen(kSignedMessage));
+}
+
 TEST_F(RsaTest, BerInitRefusesEveryWrongTagInTurn) {
   const Bytes n = FromHex(kN512);
   const Bytes good = Spki(n, kE);
@@ -651,6 +664,23 @@ TEST_F(RsaTest, RecoveryRefusesBadBlockTypesAndAMissingSeparator) {
   }
   Bytes good = PrivateOp(Type1Block(128, message), kN1024, kD1024);
   EXPECT_EQ(cipher->DecryptData(good.data(), 128, true), 3u);
+}
+
+TEST_F(RsaTest, RecoveryFailsWhenTheResultDumpsNothingOrTooFewBytes) {
+  std::unique_ptr<TRsaPublicCipher> cipher(NewCipher(TCipher::eDecrypt, kN1024));
+  // 0^e is zero, which Dump writes as no bytes at all.
+  Bytes zero(128, 0);
+  EXPECT_EQ(cipher->DecryptData(zero.data(), 128, true), 0u);
+  EXPECT_EQ(zero, Bytes(128, 0));
+  // 1^e is one word, 00 00 00 01: its first two bytes are no type 1 header.
+  Bytes one(128, 0);
+  one[127] = 1;
+  const Bytes before = one;
+  EXPECT_EQ(cipher->DecryptData(one.data(), 128, true), 0u);
+  EXPECT_EQ(one, before);
+  // An empty ciphertext is zero too.
+  EXPECT_EQ(cipher->DecryptData(one.data(), 0, true), 0u);
+  EXPECT_EQ(one, before);
 }
 
 TEST_F(RsaTest, RecoveryWithoutFinalOrWithTooLongACiphertextReturnsZero) {
