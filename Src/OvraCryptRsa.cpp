@@ -53,16 +53,6 @@ unsigned SubWords(unsigned* r, const unsigned* a, unsigned la, const unsigned* b
   return borrow;
 }
 
-// An empty barrier: stops the compiler from re-associating the sum before it,
-// which would put the carry from word to word on a longer dependency chain.
-inline void KeepInRegister(uint64_t& v) {
-#if defined(__GNUC__) && defined(__x86_64__)
-  __asm__("" : "+r"(v));
-#else
-  (void)v;
-#endif
-}
-
 // a[0..n) += q * c[0..n); returns the carry word. This multiply-accumulate row
 // is the inner loop of multiplication, squaring and division alike; its only
 // chain from word to word is the carry, and unrolling lets the products of
@@ -118,6 +108,16 @@ unsigned MacRow2(unsigned* a, const unsigned* c, unsigned n, unsigned q0, unsign
   return static_cast<unsigned>((carry >> 32) + (top >> 32));
 }
 #else
+// An empty barrier: stops the compiler from re-associating the sum before it,
+// which would put the carry from word to word on a longer dependency chain.
+inline void KeepInRegister(uint64_t& v) {
+#if defined(__GNUC__) && defined(__x86_64__)
+  __asm__("" : "+r"(v));
+#else
+  (void)v;
+#endif
+}
+
 unsigned MacRow2(unsigned* a, const unsigned* c, unsigned n, unsigned q0, unsigned q1) {
   uint64_t carry = 0;
   uint64_t pending = 0;  // what earlier products still add to this position
