@@ -3,10 +3,9 @@
 // short-lived threads, and thread creation and cancellation in a loop. Each
 // run checks exactly-once, in-order delivery and that no block is leaked.
 //
-// The plain build runs the full counts. Instrumented and emulated builds,
-// which run many times slower, scale them down through the compile-time
-// default OVRA_STRESS_DEFAULT_SCALE; the environment variable
-// OVRA_STRESS_SCALE (a factor such as 0.1 or 2) overrides it for any build.
+// Every build runs the full counts; the environment variable
+// OVRA_STRESS_SCALE (a factor such as 0.1 or 2) scales them for machines
+// where that would take too long, or to push harder.
 #include <gtest/gtest.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -20,10 +19,6 @@
 #include "OvraThread.h"
 #include "TestAllocator.h"
 
-#ifndef OVRA_STRESS_DEFAULT_SCALE
-#define OVRA_STRESS_DEFAULT_SCALE 1.0
-#endif
-
 using namespace ovra_test;
 
 namespace {
@@ -33,7 +28,7 @@ double Scale() {
     const double value = atof(text);
     if (value > 0) return value;
   }
-  return OVRA_STRESS_DEFAULT_SCALE;
+  return 1.0;
 }
 
 // count scaled, but never below minimum.
