@@ -17,7 +17,8 @@ struct SSystemInfo {
 // Fills info from the system's name and release text; always returns 0. Each
 // number is read with atoi rules (leading digits, 0 when there are none). A
 // release text without any "." leaves revision as the caller had it, while
-// one with a single "." sets it to 0. A null info is ignored.
+// one with a single "." sets it to 0. A null info is ignored. When the system
+// cannot tell, osName is empty and both versions are 0 (revision is kept).
 OVRA_EXTERN_C OVRA_API unsigned int OvraGetSystemInfo(SSystemInfo* info);
 
 #endif

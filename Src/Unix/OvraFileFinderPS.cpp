@@ -10,6 +10,7 @@
 #include "OvraFileFinder.h"
 #include "OvraFileName.h"
 #include "OvraMem.h"
+#include "Unix/OvraSysCalls.h"
 
 namespace {
 
@@ -68,7 +69,7 @@ void* TFileFinder::FileFinderFind(const TBstr& pattern, TFileInfo& info) {
   if (*text) {
     int flags = GLOB_NOSORT;
     if (pattern.Compare(kRootDirectory) == 0) flags |= GLOB_NOCHECK;
-    search->returnCode = glob(text, flags, nullptr, &search->result);
+    search->returnCode = g_ovraSysCalls.glob(text, flags, nullptr, &search->result);
   } else {
     search->returnCode = GLOB_NOMATCH;
   }
@@ -88,7 +89,7 @@ bool TFileFinder::FileFinderFindNext(void* handle, TFileInfo& info) {
     struct stat status;
     // The entry itself, not what a symbolic link points to; entries that
     // vanished or cannot be examined are skipped.
-    if (lstat(path, &status) != 0) continue;
+    if (g_ovraSysCalls.lstat(path, &status) != 0) continue;
     const char* slash = strrchr(path, '/');
     TBstr name;
     if (!WidenName(slash ? slash + 1 : path, name)) continue;
@@ -107,6 +108,6 @@ void TFileFinder::FileFinderClose(void* handle) {
   if (!search) return;
   // A failed expansion may still have kept partial results: whatever it
   // allocated goes, and nothing is freed that it did not allocate.
-  if (search->returnCode == 0 || search->result.gl_pathv) globfree(&search->result);
+  if (search->returnCode == 0 || search->result.gl_pathv) g_ovraSysCalls.globfree(&search->result);
   OvraMemFree(search);
 }

@@ -10,6 +10,7 @@
 
 #include "OvraFile.h"
 #include "OvraFileName.h"
+#include "Unix/OvraSysCalls.h"
 
 static_assert(sizeof(off_t) == 8, "the build must use 64-bit file offsets");
 
@@ -37,55 +38,55 @@ void* TFile::FileOpen(const TBstr& spec, unsigned int mode, bool create) {
   if (mode & kOpenWrite) text[n++] = '+';
   text[n++] = 'b';
   text[n] = 0;
-  FILE* stream = fopen(name, text);
+  FILE* stream = g_ovraSysCalls.fopen(name, text);
   if (!stream) return kInvalidHandleValue;
   // A directory opens read-only as a stream but is no file to read or seek.
   struct stat info;
   int error = 0;
-  if (fstat(fileno(stream), &info) != 0)
+  if (g_ovraSysCalls.fstat(fileno(stream), &info) != 0)
     error = errno;
   else if (S_ISDIR(info.st_mode))
     error = EISDIR;
   if (error != 0) {
-    fclose(stream);
+    g_ovraSysCalls.fclose(stream);
     errno = error;
     return kInvalidHandleValue;
   }
   return stream;
 }
 
-bool TFile::FileClose(void* handle) { return fclose(Stream(handle)) == 0; }
+bool TFile::FileClose(void* handle) { return g_ovraSysCalls.fclose(Stream(handle)) == 0; }
 
 unsigned int TFile::FileRead(void* handle, void* buffer, unsigned int count) {
-  return static_cast<unsigned int>(fread(buffer, 1, count, Stream(handle)));
+  return static_cast<unsigned int>(g_ovraSysCalls.fread(buffer, 1, count, Stream(handle)));
 }
 
 unsigned int TFile::FileWrite(void* handle, const void* buffer, unsigned int count) {
-  return static_cast<unsigned int>(fwrite(buffer, 1, count, Stream(handle)));
+  return static_cast<unsigned int>(g_ovraSysCalls.fwrite(buffer, 1, count, Stream(handle)));
 }
 
-bool TFile::FileFlush(void* handle) { return fflush(Stream(handle)) == 0; }
+bool TFile::FileFlush(void* handle) { return g_ovraSysCalls.fflush(Stream(handle)) == 0; }
 
-long long TFile::FileGetPosition(void* handle) { return ftello(Stream(handle)); }
+long long TFile::FileGetPosition(void* handle) { return g_ovraSysCalls.ftello(Stream(handle)); }
 
 bool TFile::FileSetPosition(void* handle, long long offset, int origin) {
-  return fseeko(Stream(handle), static_cast<off_t>(offset), origin) == 0;
+  return g_ovraSysCalls.fseeko(Stream(handle), static_cast<off_t>(offset), origin) == 0;
 }
 
 long long TFile::FileGetLength(void* handle) {
   FILE* stream = Stream(handle);
-  const off_t position = ftello(stream);
+  const off_t position = g_ovraSysCalls.ftello(stream);
   if (position < 0) return -1;
-  if (fseeko(stream, 0, SEEK_END) != 0) return -1;
-  const off_t length = ftello(stream);
+  if (g_ovraSysCalls.fseeko(stream, 0, SEEK_END) != 0) return -1;
+  const off_t length = g_ovraSysCalls.ftello(stream);
   // Back to where it was, so that the call leaves the position unchanged.
-  if (fseeko(stream, position, SEEK_SET) != 0) return -1;
+  if (g_ovraSysCalls.fseeko(stream, position, SEEK_SET) != 0) return -1;
   return length;
 }
 
 bool TFile::FileSetLength(void* handle, unsigned int length) {
   // Only a move of the position: nothing is truncated or extended.
-  return fseeko(Stream(handle), static_cast<off_t>(length), SEEK_SET) == 0;
+  return g_ovraSysCalls.fseeko(Stream(handle), static_cast<off_t>(length), SEEK_SET) == 0;
 }
 
 // ---------------------------------------------------------------------------
@@ -96,12 +97,12 @@ bool TFile::Rename(const TBstr& from, const TBstr& to) {
   const char* source = SystemName(from);
   if (!source) return false;
   const char* target = SystemName(to);
-  return target && rename(source, target) == 0;
+  return target && g_ovraSysCalls.rename(source, target) == 0;
 }
 
 bool TFile::Remove(const TBstr& spec) {
   const char* name = SystemName(spec);
-  return name && remove(name) == 0;
+  return name && g_ovraSysCalls.remove(name) == 0;
 }
 
 bool TFile::CreateDirectory(const TBstr& spec) {
@@ -110,12 +111,12 @@ bool TFile::CreateDirectory(const TBstr& spec) {
   if (!name) return false;
   // An existing entry counts as success even when it is not a directory:
   // callers rely on this leniency.
-  return mkdir(name, 0775) == 0 || errno == EEXIST;
+  return g_ovraSysCalls.mkdir(name, 0775) == 0 || errno == EEXIST;
 }
 
 bool TFile::RemoveDirectory(const TBstr& spec) {
   const char* name = SystemName(spec);
-  return name && rmdir(name) == 0;
+  return name && g_ovraSysCalls.rmdir(name) == 0;
 }
 
 bool TFile::SetLastWriteTime(const TBstr& spec, long time) {
@@ -124,7 +125,7 @@ bool TFile::SetLastWriteTime(const TBstr& spec, long time) {
   utimbuf times;
   times.actime = ::time(nullptr);
   times.modtime = static_cast<time_t>(time);
-  return utime(name, &times) == 0;
+  return g_ovraSysCalls.utime(name, &times) == 0;
 }
 
 TBstr TFile::GetTempDirectory() { return TBstr("/tmp/"); }

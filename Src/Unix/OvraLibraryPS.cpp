@@ -8,6 +8,7 @@
 #include <string.h>
 
 #include "OvraLibrary.h"
+#include "Unix/OvraSysCalls.h"
 
 namespace {
 
@@ -42,12 +43,12 @@ bool CopyByteText(const TBstr& s, char* buffer, size_t size) {
 
 // --- the loader ---------------------------------------------------------------
 
-void* OpenLibrary(const char* path) { return dlopen(path, RTLD_LAZY); }
+void* OpenLibrary(const char* path) { return g_ovraSysCalls.dlopen(path, RTLD_LAZY); }
 
-int CloseLibrary(void* handle) { return dlclose(handle); }
+int CloseLibrary(void* handle) { return g_ovraSysCalls.dlclose(handle); }
 
 // The loader's lookup: the library first, then the libraries it depends on.
-void* LookupSymbol(void* handle, const char* name) { return dlsym(handle, name); }
+void* LookupSymbol(void* handle, const char* name) { return g_ovraSysCalls.dlsym(handle, name); }
 
 // True when address lies in the object that handle opened itself rather
 // than in one of its dependencies.
@@ -87,7 +88,7 @@ void* TLibrary::LibraryLoad(const TBstr& spec) {
   // realpath writes up to PATH_MAX bytes, so it gets a buffer of that size;
   // the path built from it must still fit the working buffer.
   char resolved[PATH_MAX];
-  if (!realpath(directory, resolved)) return kInvalidHandleValue;
+  if (!g_ovraSysCalls.realpath(directory, resolved)) return kInvalidHandleValue;
   const size_t directoryLength = strlen(resolved);
   const size_t nameLength = strlen(fileName);
   // realpath ends a path with "/" only for the root, which needs no second one.

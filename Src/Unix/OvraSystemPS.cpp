@@ -1,5 +1,6 @@
 // OvraSystemPS.cpp - the POSIX half of OvraGetSystemInfo: uname.
 #include "Unix/OvraSystemPS.h"
+#include "Unix/OvraSysCalls.h"
 
 #include <string.h>
 #include <sys/utsname.h>
@@ -7,7 +8,7 @@
 bool InternalGetSystemNames(TBstr& name, char* release, size_t size) {
   release[0] = 0;
   utsname names;
-  if (uname(&names) != 0) {
+  if (g_ovraSysCalls.uname(&names) != 0) {
     name.Empty();
     return false;
   }

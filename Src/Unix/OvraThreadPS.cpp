@@ -8,6 +8,7 @@
 
 #include "OvraThread.h"
 #include "OvraThreadPS.h"
+#include "Unix/OvraSysCalls.h"
 
 namespace {
 
@@ -32,7 +33,7 @@ extern "C" void* _ThreadProc(void* thread) {
 void* TThread::ThreadCreate(void* thread, bool /*suspended*/) {
   SThreadCell* cell = new (std::nothrow) SThreadCell();
   if (!cell) return kInvalidHandleValue;
-  if (pthread_create(&cell->thread, nullptr, _ThreadProc, thread) != 0) {
+  if (g_ovraSysCalls.pthread_create(&cell->thread, nullptr, _ThreadProc, thread) != 0) {
     delete cell;  // released so that a failed creation leaks nothing
     return kInvalidHandleValue;
   }
@@ -86,13 +87,13 @@ bool s_tlsKeyValid = false;
 bool InternalTlsInit() {
   // A start-up that failed further down the chain keeps its key; reuse it.
   if (s_tlsKeyValid) return true;
-  s_tlsKeyValid = pthread_key_create(&s_tlsKey, nullptr) == 0;
+  s_tlsKeyValid = g_ovraSysCalls.pthread_key_create(&s_tlsKey, nullptr) == 0;
   return s_tlsKeyValid;
 }
 
 void InternalTlsTerm() {
   if (!s_tlsKeyValid) return;
-  pthread_key_delete(s_tlsKey);
+  g_ovraSysCalls.pthread_key_delete(s_tlsKey);
   s_tlsKeyValid = false;
 }
 

@@ -1,0 +1,21 @@
+// A library meeting the entry-point contract without using the runtime, so
+// that a program linked with the test build of the runtime loads no second
+// copy of it. It counts its entry points' calls for the test to read.
+#include "OvraBstr.h"
+#include "Unix/OvraPlatform.h"
+
+namespace {
+int s_inits = 0;
+int s_terms = 0;
+}  // namespace
+
+OVRA_EXTERN_C OVRA_API bool SharedLibInit(const TBstr&) {
+  ++s_inits;
+  return true;
+}
+
+OVRA_EXTERN_C OVRA_API void SharedLibTerm(void) { ++s_terms; }
+
+OVRA_EXTERN_C OVRA_API int FaultPluginInits(void) { return s_inits; }
+
+OVRA_EXTERN_C OVRA_API int FaultPluginTerms(void) { return s_terms; }
