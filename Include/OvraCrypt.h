@@ -140,6 +140,9 @@ class OVRA_API TCipher {
   static void* operator new(size_t size, const std::nothrow_t&) noexcept;
   static void operator delete(void* pointer) noexcept;
   static void operator delete(void* pointer, const std::nothrow_t&) noexcept;
+  // Placement forms, which the class operators above would otherwise hide.
+  static void* operator new(size_t, void* where) noexcept { return where; }
+  static void operator delete(void*, void*) noexcept {}
 
  protected:
   explicit TCipher(ECipherOp op) : m_op(op) {}

@@ -241,21 +241,21 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // Only for formats whose arguments suit both readings: the estimate
     // deliberately reads "S" (and "C") arguments the engine never takes.
     if (EstimateIsSafe(EstimateArguments(format), kinds)) {
-    TBstr text;
-    text.Format(format.data(), args[0], args[1], args[2], args[3], args[4], args[5], args[6],
-                args[7], args[8], args[9], args[10], args[11], args[12], args[13], args[14],
-                args[15], args[16], args[17], args[18], args[19], args[20], args[21], args[22],
-                args[23]);
-    if (text.GetLength() != ret) {
-      // Show the case, so that it can become a test.
-      fprintf(stderr, "format:");
-      for (size_t i = 0; format[i]; ++i) fprintf(stderr, " %04X", format[i]);
-      fprintf(stderr, "\nargs:");
-      for (size_t i = 0; i < kinds.size(); ++i)
-        fprintf(stderr, " %d:%p", static_cast<int>(kinds[i]), args[i]);
-      fprintf(stderr, "\nsnuprintf %d, Format %d\n", ret, text.GetLength());
-    }
-    FUZZ_CHECK(text.GetLength() == ret);
+      TBstr text;
+      text.Format(format.data(), args[0], args[1], args[2], args[3], args[4], args[5], args[6],
+                  args[7], args[8], args[9], args[10], args[11], args[12], args[13], args[14],
+                  args[15], args[16], args[17], args[18], args[19], args[20], args[21], args[22],
+                  args[23]);
+      if (text.GetLength() != ret) {
+        // Show the case, so that it can become a test.
+        fprintf(stderr, "format:");
+        for (size_t i = 0; format[i]; ++i) fprintf(stderr, " %04X", format[i]);
+        fprintf(stderr, "\nargs:");
+        for (size_t i = 0; i < kinds.size(); ++i)
+          fprintf(stderr, " %d:%p", static_cast<int>(kinds[i]), args[i]);
+        fprintf(stderr, "\nsnuprintf %d, Format %d\n", ret, text.GetLength());
+      }
+      FUZZ_CHECK(text.GetLength() == ret);
     }
   }
   free(buf);
