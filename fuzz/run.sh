@@ -2,7 +2,7 @@
 # Runs every fuzz target of a build directory for a bounded time each, on a
 # scratch copy of its committed seed corpus, and prints the executions each
 # ran. Exits non-zero when any target reports a finding (crash, sanitizer
-# error, leak, timeout, out-of-memory).
+# error, leak, timeout, out-of-memory) or a configured target was not built.
 #   fuzz/run.sh <build-dir> [seconds-per-target]
 set -uo pipefail
 if [ $# -lt 1 ]; then
@@ -20,10 +20,19 @@ export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 
 failed=()
 printf '%-22s %14s  %s\n' target executions result
+LIST="$BUILD/fuzz/fuzz_targets.txt"
+if [ ! -s "$LIST" ]; then
+  echo "$LIST missing: configure $BUILD with -DOVRA_BUILD_FUZZ=ON" >&2
+  exit 2
+fi
 for src in "$HERE"/*_fuzz.cpp; do
   name=$(basename "$src" .cpp)
-  exe=$(find "$BUILD" -type f -name "$name" -perm -u+x | head -n 1)
-  if [ -z "$exe" ]; then
+  if ! grep -qx "$name" "$LIST"; then
+    printf '%-22s %14s  %s\n' "$name" - "left out by the build configuration"
+    continue
+  fi
+  exe="$BUILD/fuzz/$name"
+  if [ ! -x "$exe" ]; then
     echo "$name: not built in $BUILD" >&2
     failed+=("$name(missing)")
     continue
