@@ -3,7 +3,7 @@
 // of the single forward scan: "." components dropped, ".." taking the
 // component before it along, a ".." at the start emptying the result, and the
 // scan never stepping back (so a "." or ".." moved in front of it stays).
-// Also: never longer than the spec, unchanged without "." or ".." components.
+// Also: never longer than the input path, unchanged without "." or ".." components.
 #include <stdint.h>
 
 #include <algorithm>
