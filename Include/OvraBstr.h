@@ -333,6 +333,9 @@ class OVRA_API TBstr {
   // 16-bit strings). The whole output is kept even when the first estimate of
   // its length falls short. Arguments may point into this string. A null format
   // and output longer than kMaxFormatLength characters leave the string empty.
+  // Caution: a first length estimate reads the arguments by simpler rules, in
+  // which "S" takes a narrow string and "C" an int although the formatter takes
+  // none for them, so a format using them needs those arguments present too.
   void Format(const unsigned short* format, ...);
   // Format with an argument list; args is not consumed (it is copied).
   void FormatV(const unsigned short* format, va_list args);

@@ -3,6 +3,10 @@
 #ifndef OVRA_OVRACRYPT_H
 #define OVRA_OVRACRYPT_H
 
+#include <stddef.h>
+
+#include <new>
+
 #include "Unix/OvraPlatform.h"
 
 // ---------------------------------------------------------------------------
@@ -127,6 +131,18 @@ class OVRA_API TCipher {
 
   // The direction given at construction.
   ECipherOp GetOperation() const { return m_op; }
+
+  // Ciphers live in the library's allocator whoever news them: the virtual
+  // destructor runs inside the library, so its delete must free through the
+  // same allocator that the new used. Null on failure (new then constructs
+  // nothing).
+  static void* operator new(size_t size) noexcept;
+  static void* operator new(size_t size, const std::nothrow_t&) noexcept;
+  static void operator delete(void* pointer) noexcept;
+  static void operator delete(void* pointer, const std::nothrow_t&) noexcept;
+  // Placement forms, which the class operators above would otherwise hide.
+  static void* operator new(size_t, void* where) noexcept { return where; }
+  static void operator delete(void*, void*) noexcept {}
 
  protected:
   explicit TCipher(ECipherOp op) : m_op(op) {}

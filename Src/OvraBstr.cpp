@@ -895,6 +895,17 @@ void TBstr::FormatV(const unsigned short* format, va_list args) {
     return;
   }
   int64_t room = EstimateFormatLength(format, args, kMaxFormatLength);
+  if (room > kMaxFormatLength) {
+    // The estimate reads the arguments by its own simpler rules and can
+    // overshoot wildly ("%**d" takes a second width the engine prints as
+    // text); the engine's own count decides whether the text is too long.
+    va_list ap;
+    va_copy(ap, args);
+    unsigned short none[1];
+    const int length = vsnuprintf(none, 0, format, ap);
+    va_end(ap);
+    room = length < 0 ? static_cast<int64_t>(kMaxFormatLength) + 1 : length;
+  }
   // The output goes to a new buffer and the old one is released only
   // afterwards, so that the format and the arguments may lie in this string.
   // When the estimate was short the text is formatted once more with the length

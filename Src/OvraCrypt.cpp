@@ -5,6 +5,8 @@
 #include <stdint.h>
 #include <string.h>
 
+#include "OvraMem.h"
+
 namespace {
 
 // ---------------------------------------------------------------------------
@@ -319,6 +321,14 @@ unsigned short OvraComputeChecksum(const unsigned char* data, unsigned length) {
 // ---------------------------------------------------------------------------
 
 TCipher::~TCipher() {}
+
+void* TCipher::operator new(size_t size) noexcept { return OvraMemAlloc(size); }
+
+void* TCipher::operator new(size_t size, const std::nothrow_t&) noexcept { return OvraMemAlloc(size); }
+
+void TCipher::operator delete(void* pointer) noexcept { OvraMemFree(pointer); }
+
+void TCipher::operator delete(void* pointer, const std::nothrow_t&) noexcept { OvraMemFree(pointer); }
 
 TBlockCipher::TBlockCipher(ECipherOp op) : TCipher(op), m_mode(eCbc) {
   memset(m_iv, 0, sizeof m_iv);

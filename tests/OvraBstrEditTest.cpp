@@ -877,6 +877,20 @@ TEST_F(EditTest, FormatUpToTheLimitIsKept) {
   EXPECT_TRUE(s.IsEmpty());
 }
 
+// The estimate reads "%**d" as two star widths and an int conversion, while
+// the engine takes one width and prints "*d" as text: a huge second argument
+// must not make the estimate refuse a short output.
+TEST_F(EditTest, FormatKeepsAShortTextWhoseEstimateExceedsTheLimit) {
+  TBstr s(W(u"old"));
+  s.Format(W(u"%**d|"), 3, 0x7FFFFFFF, 0);
+  EXPECT_EQ(Text(s), u"*d|");
+  // Found by fuzzing: the estimate reads "+" after a star width as a flag and
+  // counts the large width for "p"; the engine prints "+p" as text.
+  s = W(u"old");
+  s.Format(W(u"%*+p\x05%**`\xFF\x7F"), 0x7F000000, static_cast<int>(0xAA002500u));
+  EXPECT_EQ(Text(s), u"+p\x05*`\xFF\x7F");
+}
+
 TEST_F(EditTest, FormatArgumentsAndFormatMayComeFromTheStringItself) {
   TBstr s(W(u"abc"));
   s.Format(W(u"<%s>"), s.GetString());

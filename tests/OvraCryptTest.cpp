@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "OvraCryptDes.h"
 #include "TestAllocator.h"
 
 #ifdef OVRA_HAVE_OPENSSL
@@ -1214,6 +1215,48 @@ TEST(CipherFrameworkTest, CiphersAllocateNothing) {
     OvraBerDecode(bin, sizeof bin, &e);
   }
   EXPECT_EQ(ovra_test::Stats().requests, before);
+}
+
+// A cipher made with new in application code and deleted there is freed by
+// the destructor inside the library: both ends must use the library's
+// allocator, or an application allocator (or a checking one) sees a block it
+// never handed out.
+TEST(CipherFrameworkTest, NewAndDeleteOfACipherUseTheLibraryAllocator) {
+  ovra_test::ScopedCountingLibrary library;
+  ASSERT_TRUE(library.started());
+  TCipher* cipher = new TTestBlockCipher(TCipher::eEncrypt);
+  ASSERT_NE(cipher, nullptr);
+  EXPECT_EQ(ovra_test::Stats().allocs, 1);
+  EXPECT_EQ(ovra_test::Stats().live, 1);
+  delete cipher;  // through the base: the virtual destructor frees it
+  EXPECT_EQ(ovra_test::Stats().frees, 1);
+  EXPECT_EQ(ovra_test::Stats().live, 0);
+
+  TStreamCipher* stream = new (std::nothrow) TTestStreamCipher(TCipher::eDecrypt);
+  ASSERT_NE(stream, nullptr);
+  EXPECT_EQ(ovra_test::Stats().live, 1);
+  delete stream;
+  EXPECT_EQ(ovra_test::Stats().live, 0);
+
+  // A cipher class of the library itself, whose deleting destructor is
+  // compiled into the library.
+  const unsigned char key[8] = {1, 2, 3, 4, 5, 6, 7, 8};
+  TBlockCipher* des = new TDesCipher(TCipher::eDecrypt, key, 8);
+  ASSERT_NE(des, nullptr);
+  EXPECT_EQ(ovra_test::Stats().live, 1);
+  delete des;
+  EXPECT_EQ(ovra_test::Stats().live, 0);
+}
+
+// When the allocator fails, new gives null and constructs nothing.
+TEST(CipherFrameworkTest, NewOfACipherGivesNullWhenTheAllocatorFails) {
+  ovra_test::ScopedCountingLibrary library;
+  ASSERT_TRUE(library.started());
+  ovra_test::FailNthAllocation(1);
+  TCipher* cipher = new TTestBlockCipher(TCipher::eEncrypt);
+  EXPECT_EQ(cipher, nullptr);
+  ovra_test::StopFailing();
+  EXPECT_EQ(ovra_test::Stats().live, 0);
 }
 
 }  // namespace
