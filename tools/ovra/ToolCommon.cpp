@@ -1,0 +1,228 @@
+// ToolCommon.cpp - option parsing, reporting and input/output shared by the
+// subcommands of the ovra program.
+#include "ToolCommon.h"
+
+#include <errno.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/stat.h>
+
+namespace ovratool {
+
+void Report(const char* command, const char* format, ...) {
+  fprintf(stderr, "ovra %s: ", command);
+  va_list args;
+  va_start(args, format);
+  vfprintf(stderr, format, args);
+  va_end(args);
+  fputc('\n', stderr);
+}
+
+bool ParsedArgs::Has(const char* name) const { return Value(name) != nullptr; }
+
+const std::string* ParsedArgs::Value(const char* name) const {
+  const std::string* found = nullptr;
+  for (size_t i = 0; i < names.size(); ++i) {
+    if (names[i] == name) found = &values[i];
+  }
+  return found;
+}
+
+namespace {
+
+const OptionSpec* FindLong(const OptionSpec* specs, const std::string& name) {
+  for (const OptionSpec* spec = specs; spec && spec->longName; ++spec) {
+    if (name == spec->longName) return spec;
+  }
+  return nullptr;
+}
+
+const OptionSpec* FindShort(const OptionSpec* specs, char name) {
+  for (const OptionSpec* spec = specs; spec && spec->longName; ++spec) {
+    if (spec->shortName != 0 && spec->shortName == name) return spec;
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+bool ParseArgs(const char* command, int argc, char** argv, const OptionSpec* specs,
+               ParsedArgs& out) {
+  bool optionsEnded = false;
+  for (int i = 1; i < argc; ++i) {
+    const std::string arg = argv[i];
+    if (optionsEnded || arg == "-" || arg.empty() || arg[0] != '-') {
+      out.operands.push_back(arg);
+      continue;
+    }
+    if (arg == "--") {
+      optionsEnded = true;
+      continue;
+    }
+    if (arg == "--help" || arg == "-h") {
+      out.help = true;
+      continue;
+    }
+    const OptionSpec* spec = nullptr;
+    std::string value;
+    bool hasInlineValue = false;
+    if (arg.compare(0, 2, "--") == 0) {
+      const size_t equals = arg.find('=');
+      const std::string name = arg.substr(2, equals == std::string::npos ? std::string::npos
+                                                                         : equals - 2);
+      spec = FindLong(specs, name);
+      if (spec && equals != std::string::npos) {
+        value = arg.substr(equals + 1);
+        hasInlineValue = true;
+      }
+    } else if (arg.size() == 2) {
+      spec = FindShort(specs, arg[1]);
+    }
+    if (!spec) {
+      Report(command, "unknown option '%s' (try 'ovra %s --help')", arg.c_str(), command);
+      return false;
+    }
+    if (spec->takesValue && !hasInlineValue) {
+      if (i + 1 >= argc) {
+        Report(command, "option '--%s' needs a value", spec->longName);
+        return false;
+      }
+      value = argv[++i];
+    } else if (!spec->takesValue && hasInlineValue) {
+      Report(command, "option '--%s' takes no value", spec->longName);
+      return false;
+    }
+    out.names.push_back(spec->longName);
+    out.values.push_back(value);
+  }
+  return true;
+}
+
+bool CheckOperandCount(const char* command, const ParsedArgs& args, size_t most) {
+  if (args.operands.size() <= most) return true;
+  Report(command, "unexpected operand '%s' (try 'ovra %s --help')",
+         args.operands[most].c_str(), command);
+  return false;
+}
+
+bool Input::Open(const char* command, const std::string& name) {
+  m_command = command;
+  m_name = name;
+  m_failed = false;
+  if (name == "-") {
+    m_stdin = true;
+    return true;
+  }
+  // The reason is found before opening, since the file layer keeps none.
+  struct stat status;
+  if (stat(name.c_str(), &status) != 0) {
+    Report(command, "%s: %s", name.c_str(), strerror(errno));
+    return false;
+  }
+  if (S_ISDIR(status.st_mode)) {
+    Report(command, "%s: Is a directory", name.c_str());
+    return false;
+  }
+  errno = 0;
+  if (!m_file.Open(TBstr(name.c_str()), TFile::kOpenRead, false)) {
+    Report(command, "%s: %s", name.c_str(), errno ? strerror(errno) : "cannot open");
+    return false;
+  }
+  return true;
+}
+
+size_t Input::Read(unsigned char* buffer, size_t size) {
+  if (m_failed) return 0;
+  if (m_stdin) {
+    const size_t got = fread(buffer, 1, size, stdin);
+    if (got == 0 && ferror(stdin)) {
+      Report(m_command, "-: %s", strerror(errno));
+      m_failed = true;
+    }
+    return got;
+  }
+  return m_file.Read(buffer, static_cast<unsigned int>(size));
+}
+
+bool ReadAll(const char* command, const std::string& name, std::string& out) {
+  Input input;
+  if (!input.Open(command, name)) return false;
+  std::vector<unsigned char> chunk(kChunkSize);
+  out.clear();
+  for (;;) {
+    const size_t got = input.Read(chunk.data(), chunk.size());
+    if (got == 0) break;
+    out.append(reinterpret_cast<const char*>(chunk.data()), got);
+  }
+  return !input.Failed();
+}
+
+bool Write(const char* command, const void* data, size_t size) {
+  if (size == 0) return true;
+  if (fwrite(data, 1, size, stdout) != size) {
+    Report(command, "write error: %s", strerror(errno));
+    return false;
+  }
+  return true;
+}
+
+bool Write(const char* command, const std::string& text) {
+  return Write(command, text.data(), text.size());
+}
+
+bool FinishOutput(const char* command) {
+  if (fflush(stdout) != 0 || ferror(stdout)) {
+    Report(command, "write error: %s", strerror(errno));
+    return false;
+  }
+  return true;
+}
+
+namespace {
+
+int HexValue(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+}  // namespace
+
+bool ParseHex(const std::string& text, std::vector<unsigned char>& out) {
+  out.clear();
+  if (text.size() % 2 != 0) return false;
+  for (size_t i = 0; i < text.size(); i += 2) {
+    const int high = HexValue(text[i]);
+    const int low = HexValue(text[i + 1]);
+    if (high < 0 || low < 0) return false;
+    out.push_back(static_cast<unsigned char>(high * 16 + low));
+  }
+  return true;
+}
+
+std::string ToHex(const unsigned char* data, size_t size) {
+  static const char kDigits[] = "0123456789abcdef";
+  std::string text;
+  text.reserve(size * 2);
+  for (size_t i = 0; i < size; ++i) {
+    text += kDigits[data[i] >> 4];
+    text += kDigits[data[i] & 15];
+  }
+  return text;
+}
+
+bool ParseNumber(const std::string& text, long low, long high, long& out) {
+  if (text.empty() || text.size() > 9) return false;
+  long value = 0;
+  for (char c : text) {
+    if (c < '0' || c > '9') return false;
+    value = value * 10 + (c - '0');
+  }
+  if (value < low || value > high) return false;
+  out = value;
+  return true;
+}
+
+}  // namespace ovratool
