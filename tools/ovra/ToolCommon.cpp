@@ -6,7 +6,9 @@
 #include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace ovratool {
 
@@ -106,43 +108,51 @@ bool CheckOperandCount(const char* command, const ParsedArgs& args, size_t most)
   return false;
 }
 
+Input::~Input() {
+  if (m_fd >= 0 && !m_stdin) close(m_fd);
+}
+
 bool Input::Open(const char* command, const std::string& name) {
   m_command = command;
   m_name = name;
   m_failed = false;
   if (name == "-") {
     m_stdin = true;
+    m_fd = STDIN_FILENO;
     return true;
   }
-  // The reason is found before opening, since the file layer keeps none.
-  struct stat status;
-  if (stat(name.c_str(), &status) != 0) {
+  m_fd = open(name.c_str(), O_RDONLY);
+  if (m_fd < 0) {
     Report(command, "%s: %s", name.c_str(), strerror(errno));
     return false;
   }
-  if (S_ISDIR(status.st_mode)) {
-    Report(command, "%s: Is a directory", name.c_str());
-    return false;
-  }
-  errno = 0;
-  if (!m_file.Open(TBstr(name.c_str()), TFile::kOpenRead, false)) {
-    Report(command, "%s: %s", name.c_str(), errno ? strerror(errno) : "cannot open");
+  struct stat status;
+  if (fstat(m_fd, &status) == 0 && S_ISDIR(status.st_mode)) {
+    Report(command, "%s: %s", name.c_str(), strerror(EISDIR));
+    close(m_fd);
+    m_fd = -1;
     return false;
   }
   return true;
 }
 
 size_t Input::Read(unsigned char* buffer, size_t size) {
-  if (m_failed) return 0;
-  if (m_stdin) {
-    const size_t got = fread(buffer, 1, size, stdin);
-    if (got == 0 && ferror(stdin)) {
-      Report(m_command, "-: %s", strerror(errno));
+  if (m_failed || m_fd < 0) return 0;
+  size_t got = 0;
+  // Fills the buffer as far as the input allows, so that pipes delivering
+  // small pieces still give whole chunks.
+  while (got < size) {
+    const ssize_t n = read(m_fd, buffer + got, size - got);
+    if (n == 0) break;
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      Report(m_command, "%s: %s", m_name.c_str(), strerror(errno));
       m_failed = true;
+      return 0;
     }
-    return got;
+    got += static_cast<size_t>(n);
   }
-  return m_file.Read(buffer, static_cast<unsigned int>(size));
+  return got;
 }
 
 bool ReadAll(const char* command, const std::string& name, std::string& out) {

@@ -9,8 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "OvraFile.h"
-
 namespace ovratool {
 
 // Exit statuses: success, a failure while working (missing file, bad data),
@@ -62,11 +60,12 @@ bool ParseArgs(const char* command, int argc, char** argv, const OptionSpec* spe
 // returns whether the count is fine.
 bool CheckOperandCount(const char* command, const ParsedArgs& args, size_t most);
 
-// An input read in chunks: a file through the library's TFile, or standard
-// input for the name "-".
+// An input read in chunks: a file, or standard input for the name "-". Plain
+// descriptors, so that a read error is told apart from the end of the input.
 class Input {
  public:
   Input() = default;
+  ~Input();
   Input(const Input&) = delete;
   Input& operator=(const Input&) = delete;
 
@@ -81,7 +80,7 @@ class Input {
  private:
   const char* m_command = "";
   std::string m_name;
-  TFile m_file;
+  int m_fd = -1;
   bool m_stdin = false;
   bool m_failed = false;
 };
