@@ -13,3 +13,10 @@ if(TARGET ovra_cli)
   set_tests_properties(ToolTest PROPERTIES TIMEOUT 900
                        ENVIRONMENT OVRA_TOOL_SANITIZED=${OVRA_TOOL_SANITIZED})
 endif()
+
+# The program's command-line helpers are unit-tested on their own (whether
+# or not the program itself is built).
+if(TARGET ToolCommonTest)
+  target_sources(ToolCommonTest PRIVATE ${PROJECT_SOURCE_DIR}/tools/ovra/ToolCommon.cpp)
+  target_include_directories(ToolCommonTest PRIVATE ${PROJECT_SOURCE_DIR}/tools/ovra)
+endif()
