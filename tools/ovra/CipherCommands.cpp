@@ -4,7 +4,6 @@
 #include <stdio.h>
 #include <string.h>
 
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -118,6 +117,14 @@ bool StreamRc4(const char* command, TRc4Cipher& cipher, Input& input) {
   return !input.Failed();
 }
 
+bool RunBlockCipher(const char* command, TBlockCipher& cipher, TBlockCipher::ECipherMode mode,
+                    const std::vector<unsigned char>& iv, Input& input) {
+  cipher.SetMode(mode);
+  cipher.SetIv(iv.empty() ? nullptr : iv.data());
+  return cipher.GetOperation() == TCipher::eEncrypt ? EncryptBlocks(command, cipher, input)
+                                                    : DecryptBlocks(command, cipher, input);
+}
+
 int RunCipher(const char* command, TCipher::ECipherOp op, int argc, char** argv) {
   ParsedArgs args;
   if (!ParseArgs(command, argc, argv, kSpecs, args)) return kExitUsage;
@@ -195,16 +202,14 @@ int RunCipher(const char* command, TCipher::ECipherOp op, int argc, char** argv)
   if (kind->family == CipherKind::kRc4) {
     TRc4Cipher cipher(op, key.data(), keyLength);
     ok = StreamRc4(command, cipher, input);
+  } else if (kind->family == CipherKind::kDes) {
+    // On the stack: a cipher made with this program's new would be released
+    // by the library's delete through the virtual destructor.
+    TDesCipher cipher(op, key.data(), keyLength);
+    ok = RunBlockCipher(command, cipher, kind->mode, iv, input);
   } else {
-    std::unique_ptr<TBlockCipher> cipher;
-    if (kind->family == CipherKind::kDes)
-      cipher.reset(new TDesCipher(op, key.data(), keyLength));
-    else
-      cipher.reset(new TRc2Cipher(op, key.data(), keyLength, static_cast<unsigned>(bits)));
-    cipher->SetMode(kind->mode);
-    cipher->SetIv(iv.empty() ? nullptr : iv.data());
-    ok = op == TCipher::eEncrypt ? EncryptBlocks(command, *cipher, input)
-                                 : DecryptBlocks(command, *cipher, input);
+    TRc2Cipher cipher(op, key.data(), keyLength, static_cast<unsigned>(bits));
+    ok = RunBlockCipher(command, cipher, kind->mode, iv, input);
   }
   if (!FinishOutput(command)) return kExitFailure;
   return ok ? kExitOk : kExitFailure;
