@@ -5,6 +5,7 @@
 set -euo pipefail
 build_dir=$1
 source_dir=$2
+tool_version=${3:-}  # the version the installed ovra program must report; empty: not built
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 prefix=$work/prefix
@@ -16,6 +17,15 @@ test -e "$libdir/libovra.so.1"                  # soname link
 [ "$(readelf -d "$libdir/libovra.so.1" | sed -n 's/.*SONAME.*\[\(.*\)\]/\1/p')" = libovra.so.1 ]
 test -f "$prefix/include/ovra/Ovra.h"
 test -f "$prefix/include/ovra/Unix/OvraPlatform.h"
+test -f "$libdir/cmake/Ovra/OvraConfig.cmake"
+test -f "$libdir/pkgconfig/ovra.pc"
+
+# The command-line program, when built, finds the installed library by itself.
+if [ -n "$tool_version" ]; then
+  test -x "$prefix/bin/ovra"
+  [ "$("$prefix/bin/ovra" --version)" = "ovra $tool_version" ]
+  [ "$(printf abc | "$prefix/bin/ovra" md5)" = "900150983cd24fb0d6963f7d28e17f72  -" ]
+fi
 
 # 1. CMake package
 cmake -S "$source_dir" -B "$work/cmake-build" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
