@@ -173,6 +173,55 @@ TEST_F(FinderLevelTest, UnreadableDirectoryHasNoEntries) {
   EXPECT_EQ(outcome, Unprivileged::kPassed);
 }
 
+// A search-only directory (no permission to list it) can still be looked
+// into by exact name: the entry is examined and reported.
+TEST_F(FinderLevelTest, ExactNameInASearchOnlyDirectoryIsReported) {
+  ASSERT_EQ(mkdir("passage", 0755), 0);
+  ASSERT_TRUE(WriteFile("passage/inside", "12345"));
+  ASSERT_EQ(chmod("passage", 0111), 0);
+  const std::string exact = At("passage/inside");
+  const Unprivileged outcome = RunUnprivileged([exact] {
+    TFileInfo info;
+    void* handle = TFileFinder::FileFinderFind(B(exact), info);
+    if (handle == kInvalidHandleValue) return false;
+    const bool ok = Narrow(info.name) == "inside" && info.size == 5u && !info.isDirectory;
+    TFileFinder::FileFinderClose(handle);
+    return ok;
+  });
+  chmod("passage", 0755);
+  if (outcome == Unprivileged::kUnavailable)
+    GTEST_SKIP() << "running as root and cannot drop privileges to check permissions";
+  EXPECT_EQ(outcome, Unprivileged::kPassed);
+}
+
+// Entries of one level that lie in different directories (a pattern with a
+// wildcard in its directory part) are each examined in their own directory.
+TEST_F(FinderLevelTest, EntriesOfDifferentDirectoriesAreEachExaminedInTheirOwn) {
+  const char* const kDirectories[] = {"a1", "a2", "a3"};
+  std::set<std::string> expected;
+  for (int i = 0; i < 3; ++i) {
+    ASSERT_EQ(mkdir(kDirectories[i], 0755), 0);
+    // Same names everywhere, with sizes that tell the directories apart.
+    for (int f = 0; f < 3; ++f) {
+      const std::string name = std::string(kDirectories[i]) + "/f" + std::to_string(f);
+      ASSERT_TRUE(WriteFile(name, std::string(static_cast<size_t>(10 * i + f + 1), 'x')));
+      expected.insert("f" + std::to_string(f) + ":" + std::to_string(10 * i + f + 1));
+    }
+  }
+  ASSERT_EQ(mkdir("a3/f3", 0755), 0);
+  expected.insert("f3:dir");
+  std::set<std::string> seen;
+  TFileInfo info;
+  void* handle = TFileFinder::FileFinderFind(B("a*/f*"), info);
+  ASSERT_NE(handle, kInvalidHandleValue);
+  do {
+    seen.insert(Narrow(info.name) + ":" +
+                (info.isDirectory ? std::string("dir") : std::to_string(info.size)));
+  } while (TFileFinder::FileFinderFindNext(handle, info));
+  TFileFinder::FileFinderClose(handle);
+  EXPECT_EQ(seen, expected);
+}
+
 TEST_F(FinderLevelTest, SizeOfFourGiBAndMoreIsCappedNotWrapped) {
   if (!MakeSparseFile("big", 0x100000000LL + 3))
     GTEST_SKIP() << "the file system here does not allow a file of 4 GiB";

@@ -1,0 +1,10 @@
+# Runtime facilities measured side by side with the standard library or the
+# C library: one executable per facility, each benchmark pair registered as
+# "<Operation>/ovra" and "<Operation>/ref".
+foreach(name format message collect finder)
+  add_executable(ovra_bench_${name} ${CMAKE_CURRENT_SOURCE_DIR}/runtime/${name}.cpp)
+  target_link_libraries(ovra_bench_${name} PRIVATE ovra benchmark::benchmark
+                        benchmark::benchmark_main)
+  set_target_properties(ovra_bench_${name} PROPERTIES
+                        RUNTIME_OUTPUT_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR})
+endforeach()
