@@ -37,33 +37,7 @@ std::string InitEvent(const char* plugin, const std::string& path) {
   return std::string(plugin) + ":init:" + path;
 }
 
-class LibraryPSTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    PluginEvents().clear();
-    FailingCloses() = 0;
-    ASSERT_FALSE(PluginDir().empty()) << "plugin folder " << OVRA_TEST_PLUGIN_DIR;
-  }
-  void TearDown() override { FailingCloses() = 0; }
-};
-
-// A folder of its own, removed with what the test put into it.
-class TempDir {
- public:
-  TempDir() {
-    char name[] = "/tmp/ovra-libraryps-XXXXXX";
-    if (mkdtemp(name)) m_path = RealPath(name);
-  }
-  ~TempDir() {
-    if (m_path.empty()) return;
-    const std::string command = "rm -rf '" + m_path + "'";
-    if (system(command.c_str()) != 0) ADD_FAILURE() << "could not remove " << m_path;
-  }
-  const std::string& path() const { return m_path; }
-
- private:
-  std::string m_path;
-};
+class LibraryPSTest : public PluginTest {};
 
 // Makes the folders of path below base (which exists); true on success.
 bool MakeFolders(const std::string& base, const std::string& path) {

@@ -35,33 +35,7 @@ std::string Narrow(const TBstr& s) { return s.GetMultibyteString(); }
 // The runtime's own module path, as an application would read it.
 std::string ModulePath() { return Narrow(OvraGetModuleFileSpec()); }
 
-class LibraryTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    PluginEvents().clear();
-    FailingCloses() = 0;
-    ASSERT_FALSE(PluginDir().empty()) << "plugin folder " << OVRA_TEST_PLUGIN_DIR;
-  }
-  void TearDown() override { FailingCloses() = 0; }
-};
-
-// A folder of its own, removed with what the test put into it.
-class TempDir {
- public:
-  TempDir() {
-    char name[] = "/tmp/ovra-library-XXXXXX";
-    if (mkdtemp(name)) m_path = RealPath(name);
-  }
-  ~TempDir() {
-    if (m_path.empty()) return;
-    const std::string command = "rm -rf '" + m_path + "'";
-    if (system(command.c_str()) != 0) ADD_FAILURE() << "could not remove " << m_path;
-  }
-  const std::string& path() const { return m_path; }
-
- private:
-  std::string m_path;
-};
+class LibraryTest : public PluginTest {};
 
 // --- the object's state --------------------------------------------------------
 

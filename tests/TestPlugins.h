@@ -13,6 +13,8 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "OvraBstr.h"
 
 namespace ovra_test {
@@ -40,6 +42,36 @@ inline std::string PluginDir() { return RealPath(OVRA_TEST_PLUGIN_DIR); }
 // The path with which a library opened by name from the plugin folder is
 // reported to its SharedLibInit.
 inline std::string PluginPath(const char* fileName) { return PluginDir() + "/" + fileName; }
+
+// Fixture for tests that load the plugins: no events recorded, the loader's
+// close working, and the plugin folder present.
+class PluginTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    PluginEvents().clear();
+    FailingCloses() = 0;
+    ASSERT_FALSE(PluginDir().empty()) << "plugin folder " << OVRA_TEST_PLUGIN_DIR;
+  }
+  void TearDown() override { FailingCloses() = 0; }
+};
+
+// A temporary folder of its own (canonical path), removed with its contents.
+class TempDir {
+ public:
+  TempDir() {
+    char name[] = "/tmp/ovra-library-XXXXXX";
+    if (mkdtemp(name)) m_path = RealPath(name);
+  }
+  ~TempDir() {
+    if (m_path.empty()) return;
+    const std::string command = "rm -rf '" + m_path + "'";
+    if (system(command.c_str()) != 0) ADD_FAILURE() << "could not remove " << m_path;
+  }
+  const std::string& path() const { return m_path; }
+
+ private:
+  std::string m_path;
+};
 
 // True when the file at path is currently open in the process.
 inline bool IsOpen(const std::string& path) {
