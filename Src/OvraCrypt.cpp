@@ -53,6 +53,30 @@ constexpr SBase64Values MakeBase64Values() {
 
 constexpr SBase64Values kBase64Values = MakeBase64Values();
 
+// The same values moved to their place in a group's 24 bits, one table per
+// position, so that one OR of four lookups gives a whole group; "=" and bad
+// characters set a bit above the 24 instead, sending the group to the
+// careful path.
+constexpr uint32_t kShiftedOdd = 0x80000000u;
+
+struct SBase64Shifted {
+  uint32_t value[4][256];
+};
+
+constexpr SBase64Shifted MakeBase64Shifted() {
+  SBase64Shifted t{};
+  for (int place = 0; place < 4; ++place) {
+    for (int c = 0; c < 256; ++c) {
+      const unsigned v = kBase64Values.value[c];
+      t.value[place][c] = (v & (kPad | kBad)) ? kShiftedOdd
+                                               : static_cast<uint32_t>(v) << (18 - 6 * place);
+    }
+  }
+  return t;
+}
+
+constexpr SBase64Shifted kBase64Shifted = MakeBase64Shifted();
+
 inline void EncodeGroup(char* out, uint32_t v) {
   memcpy(out, kBase64Pairs.pair[v >> 12], 2);
   memcpy(out + 2, kBase64Pairs.pair[v & 0xFFF], 2);
@@ -180,48 +204,62 @@ unsigned OvraBinToBase64(const unsigned char* data, int length, char* text) {
   return static_cast<unsigned>(out - text);
 }
 
+namespace {
+
+// Decodes one group that holds "=" or a bad character; returns the bytes
+// written, or -1 when the group is refused.
+int DecodeOddGroup(unsigned a, unsigned b, unsigned c, unsigned d, unsigned char* out) {
+  if ((a | b) & (kPad | kBad)) return -1;  // "=" is allowed at places 3 and 4 only
+  if ((c | d) & kBad) return -1;
+  // Each "=" shifts the group right by 2 bits and drops one output byte; a
+  // letter after it is still shifted in.
+  uint32_t group = (a << 6) | b;
+  int count = 3;
+  const unsigned last[2] = {c, d};
+  for (const unsigned v : last) {
+    if (v == kPad) {
+      group >>= 2;
+      --count;
+    } else {
+      group = (group << 6) | v;
+    }
+  }
+  unsigned char* const start = out;
+  if (count == 3) *out++ = static_cast<unsigned char>(group >> 16);
+  if (count >= 2) *out++ = static_cast<unsigned char>(group >> 8);
+  *out++ = static_cast<unsigned char>(group);
+  return static_cast<int>(out - start);
+}
+
+}  // namespace
+
 int OvraBase64ToBin(const char* text, unsigned char* data) {
   if (!text || !data || text[0] == '\0') return 0;
+  // The length is known first so that the loop reads whole groups without
+  // looking for the terminator; a partial group at the end fails the call
+  // after the whole groups before it are written, as a character-by-character
+  // walk would.
+  const size_t length = strlen(text);
   const unsigned char* p = reinterpret_cast<const unsigned char*>(text);
+  const unsigned char* const end = p + length / 4 * 4;
+  const SBase64Shifted& shifted = kBase64Shifted;
   const unsigned char* const table = kBase64Values.value;
   unsigned char* out = data;
-  for (;;) {
-    // p[0] is not the terminator here, so p[1] exists; each later character
-    // is read only after the one before it proved not to be the terminator.
-    const unsigned a = table[p[0]];
-    const unsigned b = table[p[1]];
-    if ((a | b) & (kPad | kBad)) return 0;  // "=" is allowed at places 3 and 4 only
-    const unsigned c = table[p[2]];
-    if (c & kBad) return 0;
-    const unsigned d = table[p[3]];
-    if (d & kBad) return 0;
-    if (((c | d) & kPad) == 0) {
-      const uint32_t v = (a << 18) | (b << 12) | (c << 6) | d;
+  for (; p != end; p += 4) {
+    const uint32_t v = shifted.value[0][p[0]] | shifted.value[1][p[1]] |
+                       shifted.value[2][p[2]] | shifted.value[3][p[3]];
+    if ((v & kShiftedOdd) == 0) {
       out[0] = static_cast<unsigned char>(v >> 16);
       out[1] = static_cast<unsigned char>(v >> 8);
       out[2] = static_cast<unsigned char>(v);
       out += 3;
-    } else {
-      // Each "=" shifts the group right by 2 bits and drops one output byte;
-      // a letter after it is still shifted in.
-      uint32_t group = (a << 6) | b;
-      unsigned count = 3;
-      const unsigned last[2] = {c, d};
-      for (const unsigned v : last) {
-        if (v == kPad) {
-          group >>= 2;
-          --count;
-        } else {
-          group = (group << 6) | v;
-        }
-      }
-      if (count == 3) *out++ = static_cast<unsigned char>(group >> 16);
-      if (count >= 2) *out++ = static_cast<unsigned char>(group >> 8);
-      *out++ = static_cast<unsigned char>(group);
+      continue;
     }
-    p += 4;
-    if (*p == '\0') break;
+    const int n = DecodeOddGroup(table[p[0]], table[p[1]], table[p[2]], table[p[3]], out);
+    if (n < 0) return 0;
+    out += n;
   }
+  if (length % 4 != 0) return 0;
   return static_cast<int>(out - data);
 }
 

@@ -7,8 +7,9 @@
 // blocks of the caller's data straight to Transform without copying them.
 //
 // On x86 processors with SHA instructions SHA-1 uses them (chosen once, at
-// load time); OVRA_DIGEST_PORTABLE_ONLY builds without them, which the tests
-// use to check the portable transform on such processors too.
+// load time); OVRA_DIGEST_PORTABLE_ONLY (set by the CMake option
+// OVRA_DIGEST_PORTABLE) builds without them, which the tests use to check the
+// portable transform on such processors too.
 #include "OvraCryptDigest.h"
 
 #include <string.h>

@@ -1,7 +1,7 @@
 # Runtime facilities measured side by side with the standard library or the
 # C library: one executable per facility, each benchmark pair registered as
 # "<Operation>/ovra" and "<Operation>/ref".
-foreach(name format message collect finder)
+foreach(name format message collect finder utf8)
   add_executable(ovra_bench_${name} ${CMAKE_CURRENT_SOURCE_DIR}/runtime/${name}.cpp)
   target_link_libraries(ovra_bench_${name} PRIVATE ovra benchmark::benchmark
                         benchmark::benchmark_main)
