@@ -28,8 +28,9 @@ class OVRA_API TThread {
   unsigned int Suspend();
   // Not supported: always 0xFFFFFFFF, with or without a thread.
   unsigned int Resume();
-  // Requests cancellation. The thread runs with asynchronous cancellation, so
-  // it may stop at any instruction. False if there is no thread or on error.
+  // Requests cancellation. The procedure runs with asynchronous cancellation,
+  // so it may stop at any instruction; once it has returned, its result stands
+  // and a late Cancel has no effect. False if there is no thread or on error.
   bool Cancel();
   // Waits for the thread to end and stores its procedure's result in
   // *exitCode (may be null; -1 for a cancelled thread). False if there is no

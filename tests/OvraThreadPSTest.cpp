@@ -1,6 +1,8 @@
 // Tests of the POSIX layer of threads: sleeping and cancellation.
 #include <gtest/gtest.h>
 
+#include <pthread.h>
+
 #include <atomic>
 #include <chrono>
 
@@ -54,6 +56,36 @@ TEST(ThreadCancelTest, AsynchronousCancellationStopsABusyLoop) {
   int code = 0;
   ASSERT_TRUE(t.WaitForExit(&code));  // would hang if cancellation were deferred
   EXPECT_EQ(code, -1);                // the cancelled thread's exit value
+}
+
+// The cancellation state seen by a thread-local destructor, which runs on the
+// thread's exit path after the procedure has returned.
+std::atomic<int> s_exitPathCancelState{-1};
+pthread_key_t s_exitKey;
+
+void RecordExitPathCancelState(void*) {
+  int old = -1;
+  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &old);
+  pthread_setcancelstate(old, nullptr);
+  s_exitPathCancelState = old;
+}
+
+int SetExitKeyAndReturn(void*) {
+  pthread_setspecific(s_exitKey, &s_exitKey);
+  return 3;
+}
+
+TEST(ThreadCancelTest, NoCancellationReachesTheExitPathAfterTheProcedureReturns) {
+  // A late Cancel must not stop the destructors that free thread-local data
+  // half-way: once the procedure's result stands, cancellation is off.
+  ASSERT_EQ(pthread_key_create(&s_exitKey, RecordExitPathCancelState), 0);
+  TThread t;
+  ASSERT_TRUE(t.Create(SetExitKeyAndReturn, nullptr, false));
+  int code = 0;
+  ASSERT_TRUE(t.WaitForExit(&code));
+  EXPECT_EQ(code, 3);
+  EXPECT_EQ(s_exitPathCancelState.load(), PTHREAD_CANCEL_DISABLE);
+  pthread_key_delete(s_exitKey);
 }
 
 }  // namespace

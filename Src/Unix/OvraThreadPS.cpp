@@ -22,10 +22,16 @@ struct SThreadCell {
 constexpr unsigned int kNotSupported = 0xFFFFFFFFu;
 
 // The start routine: asynchronous cancellation first, then the procedure,
-// whose int result travels through the pointer-sized exit value.
+// whose int result travels through the pointer-sized exit value. Once the
+// procedure has returned its result stands, and cancellation is switched off:
+// the exit path that follows (thread-local data destructors giving blocks
+// back to the allocator, the C library's own bookkeeping) takes locks and
+// must never be stopped half-way by a late Cancel.
 extern "C" void* _ThreadProc(void* thread) {
   pthread_setcanceltype(PTHREAD_CANCEL_ASYNCHRONOUS, nullptr);
-  return reinterpret_cast<void*>(static_cast<intptr_t>(TThread::ThreadProc(thread)));
+  const int result = TThread::ThreadProc(thread);
+  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+  return reinterpret_cast<void*>(static_cast<intptr_t>(result));
 }
 
 }  // namespace
