@@ -15,6 +15,8 @@
 #include "Ovra.h"
 #include "OvraBstr.h"
 #include "OvraCollect.h"
+#include "OvraMessage.h"
+#include "OvraThread.h"
 #include "TestAllocator.h"
 #include "TestBstr.h"
 
@@ -766,6 +768,134 @@ TEST_F(AllocSweepCollect, FifoWriteChangesNothingWhenGrowingFails) {
     const int read = fifo.Read(out, 8);
     ASSERT_EQ(read, failed ? 3 : 7);
     for (int i = 0; i < read; ++i) EXPECT_EQ(out[i], i + 1);
+  });
+}
+
+// ===========================================================================
+// Thread-local data, messages and threads
+// ===========================================================================
+
+class AllocSweepThread : public SweepTest {};
+
+bool AllZero(const void* block, size_t size) {
+  const unsigned char* bytes = static_cast<const unsigned char*>(block);
+  for (size_t i = 0; i < size; ++i) {
+    if (bytes[i]) return false;
+  }
+  return true;
+}
+
+// Adds blocks under many keys, so that the thread's table grows too; every
+// call either gives a zero-filled block found under its key or null with
+// nothing stored. The nested start-up around it frees the table and blocks.
+void SweepThreadLocalData(const std::string& what,
+                          void* (*add)(void* key, unsigned int size)) {
+  SweepBothModes(what, [&](SweepRun& run) {
+    ASSERT_TRUE(OvraInitialize(nullptr));
+    const intptr_t keys = 40;
+    std::vector<void*> blocks;
+    run.Arm();
+    for (intptr_t k = 1; k <= keys; ++k) blocks.push_back(add(P(k), static_cast<unsigned>(8 * k)));
+    const bool failed = run.Disarm();
+    int missing = 0;
+    for (intptr_t k = 1; k <= keys; ++k) {
+      void* block = blocks[static_cast<size_t>(k - 1)];
+      EXPECT_EQ(OvraTlsGetData(P(k)), block) << what << " key " << k << " n=" << run.n();
+      if (block) {
+        EXPECT_TRUE(AllZero(block, static_cast<size_t>(8 * k)));
+      } else {
+        ++missing;
+      }
+    }
+    EXPECT_EQ(missing > 0, failed) << what << " n=" << run.n();
+    OvraUninitialize();
+  });
+}
+
+TEST_F(AllocSweepThread, ThreadLocalBlocksAreNullAndUnstoredWhenTheirAllocationFails) {
+  SweepThreadLocalData("OvraTlsAddData x40", OvraTlsAddData);
+  SweepThreadLocalData("OvraTlsGetAddData x40", OvraTlsGetAddData);
+}
+
+void RecordCall(unsigned int, void*, void*) {}
+
+TEST_F(AllocSweepThread, CallbackRegistrationFailsWithoutAnEntryWhenMemoryRunsOut) {
+  SweepBothModes("OvraRegisterMessageCallback x20", [](SweepRun& run) {
+    std::vector<unsigned int> ids;
+    for (int i = 0; i < 20; ++i) ids.push_back(OvraRequestMessageId());
+    std::vector<bool> registered;
+    run.Arm();
+    for (unsigned int id : ids) registered.push_back(OvraRegisterMessageCallback(id, RecordCall));
+    const bool failed = run.Disarm();
+    int refused = 0;
+    for (size_t i = 0; i < ids.size(); ++i) {
+      EXPECT_EQ(OvraLookupMessageCallback(ids[i]), registered[i] ? &RecordCall : nullptr);
+      if (!registered[i]) ++refused;
+    }
+    EXPECT_EQ(refused > 0, failed) << "n=" << run.n();
+    for (unsigned int id : ids) OvraUnregisterMessageCallback(id);
+  });
+}
+
+TEST_F(AllocSweepThread, PostingFailsWithoutQueueingWhenMemoryRunsOut) {
+  SweepBothModes("OvraPostMessage x20 + OvraPostQuitMessage", [](SweepRun& run) {
+    const unsigned int id = OvraRequestMessageId();
+    std::vector<intptr_t> posted;
+    run.Arm();
+    for (intptr_t i = 1; i <= 20; ++i) {
+      if (OvraPostMessage(id, P(i), P(-i))) posted.push_back(i);
+    }
+    const bool quitPosted = OvraPostQuitMessage(P(77));
+    const bool failed = run.Disarm();
+    EXPECT_EQ(posted.size() < 20 || !quitPosted, failed) << "n=" << run.n();
+    // Exactly the accepted messages come out, whole and in order.
+    unsigned int got = 0;
+    void* p1 = nullptr;
+    void* p2 = nullptr;
+    for (intptr_t i : posted) {
+      ASSERT_TRUE(OvraGetMessage(&got, &p1, &p2));
+      EXPECT_EQ(got, id);
+      EXPECT_EQ(p1, P(i));
+      EXPECT_EQ(p2, P(-i));
+    }
+    if (quitPosted) {
+      ASSERT_TRUE(OvraGetMessage(&got, &p1, &p2));
+      EXPECT_EQ(got, kQuitMessageId);
+      EXPECT_EQ(p1, P(77));
+    }
+    EXPECT_FALSE(OvraGetMessage(&got, &p1, &p2));
+  });
+}
+
+int Return42(void*) { return 42; }
+
+TEST_F(AllocSweepThread, ThreadCreationFailsCleanlyAndTheObjectStaysReusable) {
+  SweepBothModes("TThread::Create", [](SweepRun& run) {
+    TThread thread;
+    run.Arm();
+    const bool created = thread.Create(Return42, nullptr, false);
+    const bool failed = run.Disarm();
+    EXPECT_EQ(created, !failed) << "n=" << run.n();
+    if (!created) {
+      EXPECT_EQ(thread.GetHandle(), kInvalidHandleValue);
+      EXPECT_FALSE(thread.WaitForExit(nullptr));
+      ASSERT_TRUE(thread.Create(Return42, nullptr, false));  // reusable
+    }
+    int exitCode = 0;
+    EXPECT_TRUE(thread.WaitForExit(&exitCode));
+    EXPECT_EQ(exitCode, 42);
+  });
+  SweepBothModes("OvraCreateThread", [](SweepRun& run) {
+    run.Arm();
+    TThread* thread = OvraCreateThread(Return42, nullptr, false);
+    const bool failed = run.Disarm();
+    EXPECT_EQ(thread == nullptr, failed) << "n=" << run.n();
+    if (thread) {
+      int exitCode = 0;
+      EXPECT_TRUE(thread->WaitForExit(&exitCode));
+      EXPECT_EQ(exitCode, 42);
+      delete thread;
+    }
   });
 }
 
