@@ -6,7 +6,9 @@
 // byte for byte (a TBstr made from narrow text gives back exactly those
 // bytes, UTF-8 or not). A name the system could not be given unchanged - one
 // holding a character above 255 or a zero character - names no file: every
-// operation on it fails instead of touching a different file.
+// operation on it fails instead of touching a different file. Running out of
+// memory for a name's single-byte form fails the same way (false, or an empty
+// string for the text utilities), before anything reaches the system.
 //
 // Files of 4 GiB and more: sizes, lengths and positions are 32-bit in this
 // interface, while files are accessed with 64-bit offsets. A value that does
@@ -76,7 +78,8 @@ class OVRA_API TFile {
   // (which requires kOpenWrite, else false and nothing is created) the file is
   // created or truncated to length 0 and opened read-write. False, leaving the
   // object as it was, when it is already open (the open file is kept), spec is
-  // empty, the system refuses, or spec names a directory.
+  // empty, the system refuses, or spec names a directory. Out of memory it
+  // fails before the system is asked: nothing is created or truncated.
   bool Open(const TBstr& spec, unsigned int mode, bool create);
   // Closes the file and empties the spec. False if it was not open, or if the
   // system reported an error while closing (buffered data may then be lost);
@@ -127,7 +130,7 @@ class OVRA_API TFile {
   // Sets the modification time of spec to time (seconds since 1970-01-01 UTC)
   // and its access time to the current time; true on success.
   static bool SetLastWriteTime(const TBstr& spec, long time);
-  // Always "/tmp/", with its trailing separator.
+  // Always "/tmp/", with its trailing separator; empty when its copy cannot be made.
   static TBstr GetTempDirectory();
   // Fills info for the first entry spec names, without following a final
   // symbolic link; false (info untouched) if there is none or spec is empty.
@@ -159,7 +162,7 @@ class OVRA_API TFile {
   static TBstr CanonicalizeSpec(const TBstr& spec);
   // Creates the directory spec and every missing ancestor (each as
   // CreateDirectory does). False for an empty spec, or when an ancestor cannot
-  // be created; nothing is then created below it.
+  // be created (out of memory included); nothing is then created below it.
   static bool CreatePath(const TBstr& spec);
 
  private:

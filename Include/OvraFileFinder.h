@@ -60,7 +60,7 @@ class OVRA_API TFileFinder : public TFileInfo {
   // directory, size and times 0). The directory and pattern are kept.
   void Close();
   // The full spec of the current match: the directory of its level and its
-  // name (TFile::AppendFileNameToSpec).
+  // name (TFile::AppendFileNameToSpec); empty when it cannot be allocated.
   TBstr GetFileSpec() const;
 
   // Compares name with pattern, whose "*" matches any run and "?" any one unit

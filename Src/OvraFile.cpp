@@ -2,6 +2,8 @@
 // forwarding to the platform layer, and the path text utilities.
 #include "OvraFile.h"
 
+#include <utility>
+
 #include "OvraFileName.h"
 
 const unsigned short TFile::kDirectorySeparator = 0x2F;  // "/"
@@ -31,13 +33,13 @@ bool TFile::Open(const TBstr& spec, unsigned int mode, bool create) {
   if (spec.IsEmpty() || !IsSystemName(spec)) return false;
   // Creating a file without write access is refused before the system is asked.
   if (create && !(mode & kOpenWrite)) return false;
+  // The spec is copied before the system is asked, so that running out of
+  // memory cannot leave a file created or truncated behind a false result.
+  TBstr copy(spec);
+  if (copy.IsEmpty()) return false;
   void* handle = FileOpen(spec, mode, create);
   if (handle == kInvalidHandleValue) return false;
-  m_spec = spec;
-  if (m_spec.IsEmpty()) {  // the copy could not be allocated
-    FileClose(handle);
-    return false;
-  }
+  m_spec = std::move(copy);
   m_handle = handle;
   return true;
 }

@@ -5,7 +5,9 @@
 #include <gtest/gtest.h>
 #include <stdarg.h>
 #include <string.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <map>
 #include <memory>
 #include <string>
@@ -15,10 +17,13 @@
 #include "Ovra.h"
 #include "OvraBstr.h"
 #include "OvraCollect.h"
+#include "OvraFile.h"
+#include "OvraFileFinder.h"
 #include "OvraMessage.h"
 #include "OvraThread.h"
 #include "TestAllocator.h"
 #include "TestBstr.h"
+#include "TestFiles.h"
 
 namespace {
 
@@ -896,6 +901,248 @@ TEST_F(AllocSweepThread, ThreadCreationFailsCleanlyAndTheObjectStaysReusable) {
       EXPECT_EQ(exitCode, 42);
       delete thread;
     }
+  });
+}
+
+// ===========================================================================
+// Files, path text and the file finder
+// ===========================================================================
+
+using ovra_test::B;
+using ovra_test::Exists;
+using ovra_test::IsDirectory;
+using ovra_test::Narrow;
+
+// A fresh temporary folder (absolute path, not the current directory) that
+// is removed with its contents after the test.
+class AllocSweepFile : public SweepTest {
+ protected:
+  void SetUp() override {
+    SweepTest::SetUp();
+    char pattern[] = "/tmp/ovra-sweep-XXXXXX";
+    ASSERT_NE(mkdtemp(pattern), nullptr);
+    m_folder = pattern;
+  }
+  void TearDown() override {
+    if (!m_folder.empty()) ovra_test::RemoveTree(m_folder);
+    SweepTest::TearDown();
+  }
+  std::string At(const std::string& name) const { return m_folder + "/" + name; }
+  const std::string& Folder() const { return m_folder; }
+
+ private:
+  std::string m_folder;
+};
+
+TEST_F(AllocSweepFile, OpenFailsWithoutOpeningOrCreatingAnythingWhenMemoryRunsOut) {
+  ASSERT_TRUE(ovra_test::WriteFile(At("existing"), "hello"));
+  SweepBothModes("TFile::Open(existing, read-write)", [&](SweepRun& run) {
+    const TBstr spec = B(At("existing"));
+    TFile file;
+    run.Arm();
+    const bool opened = file.Open(spec, TFile::kOpenWrite, false);
+    const bool failed = run.Disarm();
+    EXPECT_EQ(opened, !failed) << "n=" << run.n();
+    EXPECT_EQ(file.IsOpen(), opened);
+    EXPECT_EQ(Narrow(file.GetFileSpec()), opened ? At("existing") : "");
+    if (opened) {
+      char text[8] = {};
+      EXPECT_EQ(file.Read(text, 5), 5u);
+      EXPECT_STREQ(text, "hello");
+    }
+    EXPECT_EQ(ovra_test::ReadFile(At("existing")), "hello");
+  });
+  SweepBothModes("TFile::Open(create)", [&](SweepRun& run) {
+    const TBstr spec = B(At("created"));
+    TFile file;
+    run.Arm();
+    const bool opened = file.Open(spec, TFile::kOpenWrite, true);
+    const bool failed = run.Disarm();
+    EXPECT_EQ(opened, !failed) << "n=" << run.n();
+    EXPECT_EQ(file.IsOpen(), opened);
+    EXPECT_EQ(Exists(At("created")), opened) << "n=" << run.n();
+    if (opened) {
+      EXPECT_EQ(file.Write("data", 4), 4u);
+      EXPECT_TRUE(file.Close());
+      EXPECT_EQ(ovra_test::ReadFile(At("created")), "data");
+    }
+    unlink(At("created").c_str());
+  });
+}
+
+TEST_F(AllocSweepFile, OperationsOnNamesFailWithoutTouchingTheFileSystem) {
+  ASSERT_TRUE(ovra_test::WriteFile(At("from"), "x"));
+  SweepBothModes("TFile::Rename", [&](SweepRun& run) {
+    const TBstr from = B(At("from")), to = B(At("to"));
+    run.Arm();
+    const bool renamed = TFile::Rename(from, to);
+    const bool failed = run.Disarm();
+    EXPECT_EQ(renamed, !failed);
+    EXPECT_EQ(Exists(At("from")), !renamed);
+    EXPECT_EQ(Exists(At("to")), renamed);
+    if (renamed) {
+      ASSERT_EQ(rename(At("to").c_str(), At("from").c_str()), 0);
+    }
+  });
+  SweepBothModes("TFile::Remove", [&](SweepRun& run) {
+    ASSERT_TRUE(ovra_test::WriteFile(At("victim"), "x"));
+    const TBstr spec = B(At("victim"));
+    run.Arm();
+    const bool removed = TFile::Remove(spec);
+    EXPECT_EQ(removed, !run.Disarm());
+    EXPECT_EQ(Exists(At("victim")), !removed);
+  });
+  SweepBothModes("TFile::CreateDirectory", [&](SweepRun& run) {
+    const TBstr spec = B(At("dir/"));
+    run.Arm();
+    const bool created = TFile::CreateDirectory(spec);
+    EXPECT_EQ(created, !run.Disarm());
+    EXPECT_EQ(IsDirectory(At("dir")), created);
+    rmdir(At("dir").c_str());
+  });
+  SweepBothModes("TFile::RemoveDirectory", [&](SweepRun& run) {
+    ASSERT_EQ(mkdir(At("gone").c_str(), 0700), 0);
+    const TBstr spec = B(At("gone"));
+    run.Arm();
+    const bool removed = TFile::RemoveDirectory(spec);
+    EXPECT_EQ(removed, !run.Disarm());
+    EXPECT_EQ(Exists(At("gone")), !removed);
+    rmdir(At("gone").c_str());
+  });
+  SweepBothModes("TFile::SetLastWriteTime", [&](SweepRun& run) {
+    ASSERT_TRUE(ovra_test::WriteFile(At("stamped"), "x"));
+    const TBstr spec = B(At("stamped"));
+    run.Arm();
+    const bool set = TFile::SetLastWriteTime(spec, 1000000000L);
+    EXPECT_EQ(set, !run.Disarm());
+    struct stat st;
+    ASSERT_EQ(lstat(At("stamped").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mtime == 1000000000, set);
+    unlink(At("stamped").c_str());
+  });
+  SweepBothModes("TFile::CreatePath", [&](SweepRun& run) {
+    const TBstr spec = B(At("p/q/r"));
+    run.Arm();
+    const bool created = TFile::CreatePath(spec);
+    const bool failed = run.Disarm();
+    // One failing request may be absorbed by the retry one level up; only
+    // a run where everything later fails too must report the failure.
+    if (run.mode() == FailMode::kAllLater) {
+      EXPECT_EQ(created, !failed) << "n=" << run.n();
+    }
+    EXPECT_EQ(IsDirectory(At("p/q/r")), created) << "n=" << run.n();
+    ovra_test::RemoveTree(At("p"));
+  });
+}
+
+TEST_F(AllocSweepFile, GetInfoFailsWithTheRecordUntouchedWhenMemoryRunsOut) {
+  ASSERT_TRUE(ovra_test::WriteFile(At("info.txt"), "12345"));
+  SweepBothModes("TFile::GetInfo", [&](SweepRun& run) {
+    const TBstr spec = B(At("info.*"));
+    TFileInfo info;
+    info.name = B("untouched record");
+    info.size = 77;
+    run.Arm();
+    const bool found = TFile::GetInfo(spec, info);
+    EXPECT_EQ(found, !run.Disarm()) << "n=" << run.n();
+    EXPECT_EQ(Narrow(info.name), found ? "info.txt" : "untouched record");
+    EXPECT_EQ(info.size, found ? 5u : 77u);
+  });
+  SweepUntilSuccess("TFile::GetTempDirectory", [](SweepRun& run) {
+    run.Arm();
+    const TBstr temp = TFile::GetTempDirectory();
+    EXPECT_EQ(Narrow(temp), run.Disarm() ? "" : "/tmp/");
+  });
+}
+
+TEST_F(AllocSweepFile, PathTextUtilitiesGiveAnEmptyStringAtEveryFailure) {
+  auto sweepPath = [](const std::string& what, auto utility, const std::string& argument,
+                      const std::string& expected) {
+    SweepBothModes(what, [&](SweepRun& run) {
+      const TBstr spec = B(argument);
+      run.Arm();
+      const TBstr result = utility(spec);
+      const bool failed = run.Disarm();
+      EXPECT_EQ(Narrow(result), failed ? "" : expected) << what << " n=" << run.n();
+      EXPECT_EQ(Narrow(spec), argument);
+    });
+  };
+  sweepPath("TFile::AddTrailingSeparator", TFile::AddTrailingSeparator, "a/b", "a/b/");
+  sweepPath("TFile::RemoveTrailingSeparator", TFile::RemoveTrailingSeparator, "a/b//", "a/b");
+  sweepPath("TFile::DirSpecFromFullSpec", TFile::DirSpecFromFullSpec, "/a/b/c.txt", "/a/b/");
+  sweepPath("TFile::FileNameFromFullSpec", TFile::FileNameFromFullSpec, "/a/b/c.txt", "c.txt");
+  sweepPath("TFile::CanonicalizeSpec", TFile::CanonicalizeSpec, "/a/./b/../c/./d", "/a/c/d");
+  SweepBothModes("TFile::AppendFileNameToSpec", [](SweepRun& run) {
+    const TBstr dir = B("/a/b"), name = B("c.txt");
+    run.Arm();
+    const TBstr result = TFile::AppendFileNameToSpec(dir, name);
+    EXPECT_EQ(Narrow(result), run.Disarm() ? "" : "/a/b/c.txt");
+  });
+}
+
+// Every spec of the tree, as a recursive search for "*" must report them.
+std::vector<std::string> TreeSpecs(const std::string& root) {
+  return {root + "/a.txt",      root + "/d1",           root + "/d1/b.txt", root + "/d1/d2",
+          root + "/d1/d2/c.txt", root + "/d1/d2/e.txt", root + "/d3",       root + "/d3/f.txt"};
+}
+
+TEST_F(AllocSweepFile, RecursiveFindReportsOnlyCorrectSpecsAtEveryFailure) {
+  ASSERT_TRUE(ovra_test::WriteFile(At("a.txt"), "a"));
+  ASSERT_EQ(mkdir(At("d1").c_str(), 0700), 0);
+  ASSERT_TRUE(ovra_test::WriteFile(At("d1/b.txt"), "bb"));
+  ASSERT_EQ(mkdir(At("d1/d2").c_str(), 0700), 0);
+  ASSERT_TRUE(ovra_test::WriteFile(At("d1/d2/c.txt"), "ccc"));
+  ASSERT_TRUE(ovra_test::WriteFile(At("d1/d2/e.txt"), "eeee"));
+  ASSERT_EQ(mkdir(At("d3").c_str(), 0700), 0);
+  ASSERT_TRUE(ovra_test::WriteFile(At("d3/f.txt"), "f"));
+  std::vector<std::string> all = TreeSpecs(Folder());
+  std::sort(all.begin(), all.end());
+  const std::u16string pattern = ovra_test::Widen(Folder() + "/*");
+  SweepBothModes("TFileFinder::Find + FindNext (recursive, 8 entries)", [&](SweepRun& run) {
+    TFileFinder finder;
+    std::vector<std::string> reported;  // GetFileSpec, empty when its copy failed
+    std::vector<std::string> names;     // the record's own name (read without allocating)
+    std::vector<bool> directories;
+    run.Arm();
+    for (bool more = finder.Find(U(pattern), true); more; more = finder.FindNext()) {
+      const TBstr spec = finder.GetFileSpec();
+      reported.push_back(Narrow(spec));
+      names.push_back(Narrow(finder.name));
+      directories.push_back(finder.isDirectory);
+    }
+    const bool failed = run.Disarm();
+    std::vector<std::string> sorted = reported;
+    std::sort(sorted.begin(), sorted.end());
+    sorted.erase(std::remove(sorted.begin(), sorted.end(), std::string()), sorted.end());
+    EXPECT_TRUE(std::adjacent_find(sorted.begin(), sorted.end()) == sorted.end())
+        << "a spec was reported twice, n=" << run.n();
+    for (size_t i = 0; i < reported.size(); ++i) {
+      EXPECT_FALSE(names[i].empty()) << "n=" << run.n();
+      // The spec may be lost itself (empty) but is never a wrong one.
+      if (reported[i].empty()) continue;
+      EXPECT_TRUE(std::binary_search(all.begin(), all.end(), reported[i]))
+          << "wrong spec " << reported[i] << " n=" << run.n();
+      EXPECT_EQ(reported[i].substr(reported[i].rfind('/') + 1), names[i]);
+      EXPECT_EQ(IsDirectory(reported[i]), directories[i]) << reported[i];
+      // Pre-order: a directory is reported before its contents (its own
+      // spec may have been lost, but not its record).
+      const std::string parent = reported[i].substr(0, reported[i].rfind('/'));
+      if (parent == Folder()) continue;
+      const std::string parentName = parent.substr(parent.rfind('/') + 1);
+      bool seen = false;
+      for (size_t j = 0; j < i; ++j) {
+        seen = seen || reported[j] == parent ||
+               (reported[j].empty() && names[j] == parentName && directories[j]);
+      }
+      EXPECT_TRUE(seen) << reported[i] << " before its directory, n=" << run.n();
+    }
+    if (!failed) {
+      EXPECT_EQ(sorted, all);
+    }
+    // A closed finder is idle and can search again.
+    finder.Close();
+    EXPECT_TRUE(finder.name.IsEmpty());
+    EXPECT_FALSE(finder.FindNext());
   });
 }
 
