@@ -20,6 +20,7 @@
 OVRA_EXTERN_C OVRA_API bool OvraInetAtoN(const unsigned short* text, unsigned int* address,
                                          unsigned short* port);
 // text = the four bytes of address in decimal, most significant first: "127.0.0.1".
+// text is empty when it cannot be allocated (both functions).
 OVRA_EXTERN_C OVRA_API void OvraInetNtoA(unsigned int address, TBstr& text);
 // text = as OvraInetNtoA, then ":" and the port in decimal: "127.0.0.1:80".
 OVRA_EXTERN_C OVRA_API void OvraInetNtoAEx(unsigned int address, unsigned short port,

@@ -48,8 +48,8 @@ class OVRA_API TLibrary {
   // True while a library is loaded.
   bool IsLoaded() const { return m_handle != kInvalidHandleValue; }
   // The address of the function or variable called name in the library (or in
-  // a library it depends on), cast by the caller; null when nothing is loaded
-  // or the name is not found.
+  // a library it depends on), cast by the caller; null when nothing is loaded,
+  // the name is not found or its single-byte copy cannot be allocated.
   OvraProc GetProcAddress(const TBstr& name) const;
   // The spec given to the successful Load; empty when nothing is loaded.
   const TBstr& GetFileSpec() const { return m_fileSpec; }

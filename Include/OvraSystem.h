@@ -19,6 +19,7 @@ struct SSystemInfo {
 // release text without any "." leaves revision as the caller had it, while
 // one with a single "." sets it to 0. A null info is ignored. When the system
 // cannot tell, osName is empty and both versions are 0 (revision is kept).
+// When osName cannot be allocated it is left empty; the numbers are still read.
 OVRA_EXTERN_C OVRA_API unsigned int OvraGetSystemInfo(SSystemInfo* info);
 
 #endif

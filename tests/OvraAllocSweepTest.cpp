@@ -19,11 +19,15 @@
 #include "OvraCollect.h"
 #include "OvraFile.h"
 #include "OvraFileFinder.h"
+#include "OvraInet.h"
+#include "OvraLibrary.h"
 #include "OvraMessage.h"
+#include "OvraSystem.h"
 #include "OvraThread.h"
 #include "TestAllocator.h"
 #include "TestBstr.h"
 #include "TestFiles.h"
+#include "TestPlugins.h"
 
 namespace {
 
@@ -1143,6 +1147,120 @@ TEST_F(AllocSweepFile, RecursiveFindReportsOnlyCorrectSpecsAtEveryFailure) {
     finder.Close();
     EXPECT_TRUE(finder.name.IsEmpty());
     EXPECT_FALSE(finder.FindNext());
+  });
+}
+
+// ===========================================================================
+// Libraries, system information and addresses
+// ===========================================================================
+
+class AllocSweepLibrary : public SweepTest {
+ protected:
+  void SetUp() override {
+    SweepTest::SetUp();
+    ovra_test::PluginEvents().clear();
+    ovra_test::FailingCloses() = 0;
+    ASSERT_FALSE(ovra_test::PluginDir().empty()) << OVRA_TEST_PLUGIN_DIR;
+  }
+};
+
+// How many events of the plugins end with suffix (":term") or hold it (":init:").
+int CountEvents(const std::string& part) {
+  int count = 0;
+  for (const std::string& event : ovra_test::PluginEvents()) {
+    if (event.find(part) != std::string::npos) ++count;
+  }
+  return count;
+}
+
+TEST_F(AllocSweepLibrary, LoadFailsWithNothingOpenAndEveryInitBalancedAtEveryFailure) {
+  const std::string path = ovra_test::PluginPath(OVRA_TEST_PLUGIN_ACCEPT_NAME);
+  SweepBothModes("TLibrary::Load + Free", [&](SweepRun& run) {
+    ovra_test::PluginEvents().clear();
+    const TBstr spec(path.c_str());
+    TLibrary library;
+    run.Arm();
+    const bool loaded = library.Load(spec);
+    const bool failed = run.Disarm();
+    EXPECT_EQ(library.IsLoaded(), loaded);
+    if (loaded) {
+      EXPECT_EQ(Narrow(library.GetFileSpec()), path);
+      EXPECT_EQ(CountEvents("accept:init:"), 1);
+      EXPECT_TRUE(library.Free());
+      EXPECT_EQ(CountEvents("accept:term"), 1);
+    } else {
+      EXPECT_TRUE(failed) << "Load failed without running out of memory";
+      EXPECT_TRUE(library.GetFileSpec().IsEmpty()) << "n=" << run.n();
+      EXPECT_FALSE(ovra_test::IsOpen(path)) << "n=" << run.n();
+      // An init that ran was followed by its term.
+      EXPECT_EQ(CountEvents("accept:init:"), CountEvents("accept:term")) << "n=" << run.n();
+    }
+    EXPECT_FALSE(ovra_test::IsOpen(path));
+  });
+  // The platform layer on its own.
+  SweepBothModes("TLibrary::LibraryLoad", [&](SweepRun& run) {
+    ovra_test::PluginEvents().clear();
+    const TBstr spec(path.c_str());
+    run.Arm();
+    void* handle = TLibrary::LibraryLoad(spec);
+    const bool failed = run.Disarm();
+    if (handle != kInvalidHandleValue) {
+      EXPECT_TRUE(TLibrary::LibraryFree(handle));
+    } else {
+      EXPECT_TRUE(failed);
+      EXPECT_EQ(CountEvents("accept:init:"), CountEvents("accept:term")) << "n=" << run.n();
+    }
+    EXPECT_FALSE(ovra_test::IsOpen(path));
+  });
+}
+
+TEST_F(AllocSweepLibrary, GetProcAddressIsNullWhenTheNameCannotBeCopied) {
+  TLibrary library;
+  ASSERT_TRUE(library.Load(TBstr(ovra_test::PluginPath(OVRA_TEST_PLUGIN_PLAIN_NAME).c_str())));
+  SweepBothModes("TLibrary::GetProcAddress", [&](SweepRun& run) {
+    const TBstr name("PluginPlainAnswer");
+    run.Arm();
+    const OvraProc proc = library.GetProcAddress(name);
+    const bool failed = run.Disarm();
+    EXPECT_EQ(proc == nullptr, failed);
+    if (proc) {
+      EXPECT_EQ(proc(), 42);
+    }
+  });
+  EXPECT_TRUE(library.Free());
+}
+
+TEST_F(AllocSweepLibrary, SystemInfoLeavesTheNameEmptyWhenItCannotBeStored) {
+  SSystemInfo expected;
+  expected.revision = 0;
+  OvraGetSystemInfo(&expected);
+  ASSERT_FALSE(expected.osName.IsEmpty());
+  SweepBothModes("OvraGetSystemInfo", [&](SweepRun& run) {
+    SSystemInfo info;
+    info.osName = TBstr(W(u"previous name, longer than any system's"));
+    info.revision = 0;
+    run.Arm();
+    EXPECT_EQ(OvraGetSystemInfo(&info), 0u);
+    const bool failed = run.Disarm();
+    EXPECT_EQ(Text(info.osName), failed ? u"" : Text(expected.osName));
+    EXPECT_EQ(info.majorVersion, expected.majorVersion);
+    EXPECT_EQ(info.minorVersion, expected.minorVersion);
+    EXPECT_EQ(info.revision, expected.revision);
+  });
+}
+
+TEST_F(AllocSweepLibrary, AddressTextIsEmptyWhenItCannotBeFormatted) {
+  SweepBothModes("OvraInetNtoA", [](SweepRun& run) {
+    TBstr text(W(u"previous"));
+    run.Arm();
+    OvraInetNtoA(0xC0A80001u, text);
+    EXPECT_EQ(Text(text), run.Disarm() ? u"" : u"192.168.0.1");
+  });
+  SweepBothModes("OvraInetNtoAEx", [](SweepRun& run) {
+    TBstr text(W(u"previous"));
+    run.Arm();
+    OvraInetNtoAEx(0x7F000001u, 8080, text);
+    EXPECT_EQ(Text(text), run.Disarm() ? u"" : u"127.0.0.1:8080");
   });
 }
 

@@ -27,7 +27,7 @@ endforeach()
 
 # The test programs export OvraTestPluginEvent (and the loader functions they
 # stand in for) to the plugins and the library.
-foreach(test OvraLibraryTest OvraLibraryPSTest)
+foreach(test OvraLibraryTest OvraLibraryPSTest OvraAllocSweepTest)
   if(TARGET ${test})
     target_compile_definitions(${test} PRIVATE ${OVRA_TEST_PLUGIN_DEFINITIONS})
     target_include_directories(${test} PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/plugins)
