@@ -17,11 +17,18 @@
 #include "Ovra.h"
 #include "OvraBstr.h"
 #include "OvraCollect.h"
+#include "OvraCrypt.h"
+#include "OvraCryptDes.h"
+#include "OvraCryptDigest.h"
+#include "OvraCryptHmac.h"
+#include "OvraCryptRcX.h"
+#include "OvraCryptRsa.h"
 #include "OvraFile.h"
 #include "OvraFileFinder.h"
 #include "OvraInet.h"
 #include "OvraLibrary.h"
 #include "OvraMessage.h"
+#include "OvraRand.h"
 #include "OvraSystem.h"
 #include "OvraThread.h"
 #include "TestAllocator.h"
@@ -1262,6 +1269,249 @@ TEST_F(AllocSweepLibrary, AddressTextIsEmptyWhenItCannotBeFormatted) {
     OvraInetNtoAEx(0x7F000001u, 8080, text);
     EXPECT_EQ(Text(text), run.Disarm() ? u"" : u"127.0.0.1:8080");
   });
+}
+
+// ===========================================================================
+// Ciphers, digests and encodings
+// ===========================================================================
+
+using Bytes = std::vector<unsigned char>;
+
+Bytes FromHex(const std::string& hex) {
+  Bytes out;
+  for (size_t i = 0; i + 1 < hex.size(); i += 2) {
+    out.push_back(static_cast<unsigned char>(std::stoul(hex.substr(i, 2), nullptr, 16)));
+  }
+  return out;
+}
+
+// Two public keys (e = 65537) and a type 1 block holding kSignedMessage raised
+// to each private exponent. The 2112-bit modulus is above the 256 bytes a work
+// block on the stack holds, so its operations take a heap block as well.
+const char kN512[] =
+    "CF7D66032AC6618609A5950B45507B699D25682B60FEC5215E4F6623177EB2B950B7319E68F5FA686AD475C77AF45220"
+    "4E7FE4A877BEC6FC8605EE54D8DA13FB";
+const char kSigned512[] =
+    "83B9C3A5A41290EC51BCD899E4FFA904B77FF95BD41C14EDECC90E764171CA672A8CB5CC3FEBD307502A5A35494D92F4"
+    "3322B6B1C374CED61AA8BA819B951161";
+const char kN2112[] =
+    "C65510F78334AFC57230DFE102A95C65F0D66C1A214FDB3FF7D377C859F9DDD64BCA15F8D7517C69502EF114B0D4B794"
+    "EDAEC801BF3E01C50B020FEFEB3CF5431B8EEA0F349D39E84B583E5BC82E0AE1081B5045B55FD286ACAF4E81855460AC"
+    "6DBF7FE21CCF8FB6BB94A29CB49AF0ED30757C6D71DA266388C366F1753951ED6FBAB0F626DC2E0598D4F28CFDA1A049"
+    "5B84C3B8B6578BA5CBE7712175C8EA038B955D0EFCBF71B9B4B8278B438F4F5F97F96B0920AE95B07F750E49487941DC"
+    "A989BD6BC83463BA792D12A90FB8C815C7EFC0D83622E57DD5075F6E2BC53230DD20C29A8A4893DFDE7088EF3255B414"
+    "E72C31462D860F3E63F31FFC4D673011E7D4349A9A97F9E3";
+const char kSigned2112[] =
+    "0624CD78F2E19503CE48056323CED4F8D7E40657D6723BD1CC344F691CFA182891D7B40C677345ABA784EA0D40E591A5"
+    "89E467E6E971B741038C59BF6CA8878D7C726B012EA0744E60FF5D113907C08623158981944094B7DC69FDBE7737EEBA"
+    "67E67D5ABDE6620B4C49769165EF75F20DB55DBFBA4E323142E40C5F0AEA9A3CEC6415E15555A1E0D9A32632A203F8F3"
+    "FA66C0BF60B650FA9FB19A724AB4C88B2F4128E41B625868868F2123B449FD08BEEC9676800CD5A40178D8FBFA5ED4B2"
+    "19591252AA22626C0CD333A51A2749621D8292B4A9566F2BA0FAC0F9844A6509F5049DDFCF12F37596D41C237D5CE497"
+    "D5237E41645143E279FA3D2CE2837FBAD8B49C22C9C9D55A";
+const char kSignedMessage[] = "recovered message";
+const Bytes kE = {0x01, 0x00, 0x01};
+
+// DER: one element with a definite length in the shortest form.
+Bytes Tlv(unsigned char tag, const Bytes& content) {
+  Bytes out{tag};
+  const size_t n = content.size();
+  if (n >= 0x100) {
+    out.push_back(0x82);
+    out.push_back(static_cast<unsigned char>(n >> 8));
+  } else if (n >= 0x80) {
+    out.push_back(0x81);
+  }
+  out.push_back(static_cast<unsigned char>(n));
+  out.insert(out.end(), content.begin(), content.end());
+  return out;
+}
+
+Bytes Cat(std::initializer_list<Bytes> parts) {
+  Bytes out;
+  for (const Bytes& p : parts) out.insert(out.end(), p.begin(), p.end());
+  return out;
+}
+
+// A SubjectPublicKeyInfo of rsaEncryption holding n (with its sign byte) and e.
+Bytes Spki(const Bytes& n, const Bytes& e) {
+  const Bytes algorithm = {0x30, 0x0D, 0x06, 0x09, 0x2A, 0x86, 0x48, 0x86,
+                           0xF7, 0x0D, 0x01, 0x01, 0x01, 0x05, 0x00};
+  const Bytes key = Tlv(0x30, Cat({Tlv(0x02, Cat({Bytes{0x00}, n})), Tlv(0x02, e)}));
+  return Tlv(0x30, Cat({algorithm, Tlv(0x03, Cat({Bytes{0x00}, key}))}));
+}
+
+class AllocSweepCrypt : public SweepTest {};
+
+// new of a block cipher gives null when its allocation fails; otherwise the
+// object encrypts and decrypts a message back, and delete returns it.
+template <class Make>
+void SweepBlockCipher(const std::string& what, Make make) {
+  SweepBothModes(what, [&](SweepRun& run) {
+    run.Arm();
+    TBlockCipher* encrypt = make(TCipher::eEncrypt);
+    const bool failed = run.Disarm();
+    EXPECT_EQ(encrypt == nullptr, failed) << what << " n=" << run.n();
+    if (!encrypt) return;
+    std::unique_ptr<TBlockCipher> decrypt(make(TCipher::eDecrypt));
+    ASSERT_NE(decrypt, nullptr);
+    const unsigned char iv[8] = {1, 2, 3, 4, 5, 6, 7, 8};
+    unsigned char buf[24] = "eleven byte";
+    TCrypter(*encrypt, TBlockCipher::eCbc, iv).CryptData(buf, 11, true);
+    EXPECT_EQ(TCrypter(*decrypt, TBlockCipher::eCbc, iv).CryptData(buf, 16, true), 11u);
+    EXPECT_EQ(memcmp(buf, "eleven byte", 11), 0);
+    delete encrypt;
+  });
+}
+
+TEST_F(AllocSweepCrypt, NewOfEveryCipherGivesNullWhenItsAllocationFails) {
+  static const unsigned char key[16] = {0x13, 0x34, 0x57, 0x79, 0x9B, 0xBC, 0xDF, 0xF1,
+                                        0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x08};
+  SweepBlockCipher("new TDesCipher", [](TCipher::ECipherOp op) -> TBlockCipher* {
+    return new TDesCipher(op, key, 8);
+  });
+  SweepBlockCipher("new TRc2Cipher", [](TCipher::ECipherOp op) -> TBlockCipher* {
+    return new TRc2Cipher(op, key, 16, 128);
+  });
+  SweepBothModes("new TRc4Cipher", [](SweepRun& run) {
+    run.Arm();
+    TRc4Cipher* cipher = new TRc4Cipher(TCipher::eEncrypt, key, 16);
+    EXPECT_EQ(cipher == nullptr, run.Disarm());
+    if (!cipher) return;
+    unsigned char buf[6] = "plain";
+    EXPECT_EQ(cipher->ProcessData(buf, 5, true), 5u);  // the final call restarts the stream
+    EXPECT_EQ(cipher->ProcessData(buf, 5, true), 5u);
+    EXPECT_EQ(memcmp(buf, "plain", 5), 0);
+    delete cipher;
+  });
+  const Bytes n = FromHex(kN512);
+  SweepBothModes("new TRsaPublicCipher(key)", [&](SweepRun& run) {
+    run.Arm();
+    TRsaPublicCipher* cipher = new TRsaPublicCipher(TCipher::eEncrypt, n.data(), 64, kE.data(), 3);
+    const bool failed = run.Disarm();
+    // The object and both key arrays: a failure of an array leaves an
+    // object without a key.
+    if (cipher) {
+      EXPECT_EQ(cipher->GetModulusSize(), failed ? 0u : 64u) << "n=" << run.n();
+      delete cipher;
+    } else {
+      EXPECT_TRUE(failed);
+    }
+  });
+}
+
+TEST_F(AllocSweepCrypt, BlockAndStreamProcessingAllocatesNothing) {
+  static const unsigned char key[16] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
+  TDesCipher des(TCipher::eEncrypt, key, 8);
+  TRc2Cipher rc2(TCipher::eEncrypt, key, 16, 128);
+  TRc4Cipher rc4(TCipher::eEncrypt, key, 16);
+  SweepUntilSuccess("DES, RC2, RC4 ProcessData and BerDump", [&](SweepRun& run) {
+    unsigned char buf[40] = {};
+    unsigned char ber[64];
+    run.Arm();
+    EXPECT_EQ(des.ProcessData(buf, 20, true), 24u);
+    EXPECT_EQ(rc2.ProcessData(buf, 20, true), 24u);
+    EXPECT_EQ(rc4.ProcessData(buf, 20, true), 20u);
+    EXPECT_EQ(des.BerDump(ber, sizeof ber), 21u);
+    EXPECT_EQ(rc2.BerDump(ber, sizeof ber), 27u);
+    EXPECT_FALSE(run.Disarm());
+  }, FailMode::kOne, true);
+}
+
+TEST_F(AllocSweepCrypt, DigestsHmacRandomAndEncodingsAllocateNothing) {
+  SweepUntilSuccess("MD4, MD5, SHA-1, HMAC, generator, Base64, BER, checksum", [](SweepRun& run) {
+    static const unsigned char longKey[100] = {7};
+    unsigned char data[200] = {1, 2, 3};
+    unsigned char out[64];
+    char text[300];
+    run.Arm();
+    TMd4Digest md4;
+    md4.Update(data, sizeof data);
+    EXPECT_EQ(md4.Finish(out, sizeof out), 16u);
+    TMd5Digest md5;
+    md5.Update(data, sizeof data);
+    EXPECT_EQ(md5.Finish(out, sizeof out), 16u);
+    TShaDigest sha;
+    THmac hmac(sha, longKey, sizeof longKey);
+    hmac.Update(data, sizeof data);
+    EXPECT_EQ(hmac.Finish(out, sizeof out), 20u);
+    TMd5Prng prng;
+    prng.Seed(data, 3);
+    prng.Generate(out, 40);
+    OvraSeedRandom(data, 3);
+    OvraGenerateRandom(out, 40);
+    EXPECT_EQ(OvraBinToBase64(data, 100, text), 136u);
+    EXPECT_EQ(OvraBase64ToBin(text, data), 100);
+    SBerElement element = {0x04, 3, data};
+    EXPECT_EQ(OvraBerEncode(out, sizeof out, &element), 5u);
+    EXPECT_EQ(OvraBerDecode(out, 5, &element), 5u);
+    EXPECT_NE(OvraComputeChecksum(data, 7), 0);
+    EXPECT_FALSE(run.Disarm());
+  }, FailMode::kOne, true);
+}
+
+TEST_F(AllocSweepCrypt, RsaKeyLoadingLeavesNoKeyAtEveryFailure) {
+  const Bytes n = FromHex(kN512);
+  SweepBothModes("TRsaPublicCipher::Construct", [&](SweepRun& run) {
+    TRsaPublicCipher cipher(TCipher::eEncrypt);
+    run.Arm();
+    const bool ok = cipher.Construct(n.data(), 64, kE.data(), 3);
+    EXPECT_EQ(ok, !run.Disarm());
+    EXPECT_EQ(cipher.GetModulusSize(), ok ? 64u : 0u);
+    unsigned char buf[64] = {'x'};
+    EXPECT_EQ(cipher.EncryptData(buf, 1, true) != 0, ok);
+  });
+  const Bytes blob = Spki(n, kE);
+  SweepBothModes("TRsaPublicCipher::BerInit", [&](SweepRun& run) {
+    TRsaPublicCipher cipher(TCipher::eDecrypt);
+    // A key held before is replaced whatever the outcome.
+    ASSERT_TRUE(cipher.Construct(n.data(), 32, kE.data(), 3));
+    run.Arm();
+    const unsigned accepted = cipher.BerInit(blob.data(), static_cast<unsigned>(blob.size()));
+    const bool failed = run.Disarm();
+    EXPECT_EQ(accepted, failed ? 0u : blob.size());
+    EXPECT_EQ(cipher.GetModulusSize(), failed ? 0u : 64u);
+  });
+}
+
+// Encrypts and recovers with one key: each call gives 0 with the buffer
+// unchanged while an allocation fails, and its full result otherwise.
+void SweepRsa(const std::string& bits, const char* modulusHex, const char* signedHex) {
+  const Bytes n = FromHex(modulusHex);
+  const unsigned k = static_cast<unsigned>(n.size());
+  SweepBothModes("TRsaPublicCipher::EncryptData (" + bits + ")", [&](SweepRun& run) {
+    TRsaPublicCipher cipher(TCipher::eEncrypt, n.data(), k, kE.data(), 3);
+    ASSERT_EQ(cipher.GetModulusSize(), k);
+    Bytes buf(k, 0);
+    memcpy(buf.data(), "secret", 6);
+    const Bytes before = buf;
+    run.Arm();
+    const unsigned written = cipher.EncryptData(buf.data(), 6, true);
+    const bool failed = run.Disarm();
+    EXPECT_EQ(written, failed ? 0u : k) << "n=" << run.n();
+    if (failed) {
+      EXPECT_EQ(buf, before);
+    }
+  });
+  const Bytes signedBlock = FromHex(signedHex);
+  SweepBothModes("TRsaPublicCipher::DecryptData (" + bits + ")", [&](SweepRun& run) {
+    TRsaPublicCipher cipher(TCipher::eDecrypt, n.data(), k, kE.data(), 3);
+    Bytes buf = signedBlock;
+    run.Arm();
+    const unsigned count = cipher.DecryptData(buf.data(), k, true);
+    const bool failed = run.Disarm();
+    if (failed) {
+      EXPECT_EQ(count, 0u) << "n=" << run.n();
+      EXPECT_EQ(buf, signedBlock);
+    } else {
+      ASSERT_EQ(count, strlen(kSignedMessage));
+      EXPECT_EQ(memcmp(buf.data(), kSignedMessage, count), 0);
+    }
+  });
+}
+
+TEST_F(AllocSweepCrypt, RsaEncryptionAndRecoveryGiveZeroWithTheBufferUnchangedAtEveryFailure) {
+  SweepRsa("512 bits", kN512, kSigned512);
+  SweepRsa("2112 bits", kN2112, kSigned2112);
 }
 
 }  // namespace
