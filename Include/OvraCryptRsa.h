@@ -9,8 +9,9 @@
 // An unsigned multi-precision integer of 32-bit words (least significant first)
 // with just what modular exponentiation needs. Arithmetic is static, writes into
 // a caller-given result object and returns false only when a word buffer cannot
-// be allocated (Div also for division by zero). A result may be the same object
-// as an operand: the result is then computed into a temporary first.
+// be allocated (Div also for division by zero), leaving the results as they
+// were (ExpMod excepted, see there). A result may be the same object as an
+// operand: the result is then computed into a temporary first.
 // Values are limited to kMaxWords words; larger inputs and results are refused.
 class OVRA_API TBigInt {
  public:

@@ -613,7 +613,7 @@ bool TBigInt::Add(TBigInt& r, const TBigInt& a, const TBigInt& b) {
   if (&r == &a || &r == &b) {
     TBigInt t;
     const bool ok = Add(t, a, b);
-    r.Swap(t);
+    if (ok) r.Swap(t);  // a failure leaves the operand that is also r alone
     return ok;
   }
   const TBigInt& longer = a.m_length >= b.m_length ? a : b;
@@ -628,7 +628,7 @@ bool TBigInt::Sub(TBigInt& r, const TBigInt& a, const TBigInt& b) {
   if (&r == &a || &r == &b) {
     TBigInt t;
     const bool ok = Sub(t, a, b);
-    r.Swap(t);
+    if (ok) r.Swap(t);  // a failure leaves the operand that is also r alone
     return ok;
   }
   const unsigned len = a.m_length >= b.m_length ? a.m_length : b.m_length;
@@ -650,7 +650,7 @@ bool TBigInt::Mul(TBigInt& r, const TBigInt& a, const TBigInt& b) {
   if (&r == &a || &r == &b) {
     TBigInt t;
     const bool ok = Mul(t, a, b);
-    r.Swap(t);
+    if (ok) r.Swap(t);  // a failure leaves the operand that is also r alone
     return ok;
   }
   if (a.m_length == 0 || b.m_length == 0) return r.AdjustBuffer(0, false);
@@ -696,15 +696,26 @@ bool TBigInt::Div(TBigInt& q, TBigInt& r, const TBigInt& a, const TBigInt& b) {
   const unsigned lenA = Normalised(A, la + 1);
   const unsigned qLen = lenA >= lb ? lenA - lb + 1 : 0;
   const unsigned rLen = lenA < lb ? lenA : lb;
-  if (!q.AdjustBuffer(qLen, false) || !r.AdjustBuffer(rLen, false)) {
+  // Neither result is changed before both have room, so that running out of
+  // memory leaves them as they were: one that must grow is built in a
+  // temporary (the only allocations) and swapped in at the end.
+  TBigInt tq, tr;
+  TBigInt& qOut = qLen > q.m_capacity ? tq : q;
+  TBigInt& rOut = rLen > r.m_capacity ? tr : r;
+  if ((&qOut == &tq && !tq.AdjustBuffer(qLen, false)) ||
+      (&rOut == &tr && !tr.AdjustBuffer(rLen, false))) {
     OvraMemFree(A);
     return false;
   }
-  TDivisor(B, C, lb).Divide(qLen ? q.m_words : nullptr, A, lenA);
-  q.FixLength();
-  ShrBits(r.m_words, A, rLen, shift);
-  r.FixLength();
+  if (&qOut == &q) q.AdjustBuffer(qLen, false);  // within its capacity: cannot fail
+  if (&rOut == &r) r.AdjustBuffer(rLen, false);
+  TDivisor(B, C, lb).Divide(qLen ? qOut.m_words : nullptr, A, lenA);
+  qOut.FixLength();
+  ShrBits(rOut.m_words, A, rLen, shift);
+  rOut.FixLength();
   OvraMemFree(A);
+  if (&qOut == &tq) q.Swap(tq);
+  if (&rOut == &tr) r.Swap(tr);
   return true;
 }
 
@@ -801,7 +812,7 @@ bool TBigInt::Shl(TBigInt& r, const TBigInt& a, unsigned n) {
   if (&r == &a) {
     TBigInt t;
     const bool ok = Shl(t, a, n);
-    r.Swap(t);
+    if (ok) r.Swap(t);  // a failure leaves the operand that is also r alone
     return ok;
   }
   if (a.m_length == 0) return r.AdjustBuffer(0, false);
@@ -817,7 +828,7 @@ bool TBigInt::Shr(TBigInt& r, const TBigInt& a, unsigned n) {
   if (&r == &a) {
     TBigInt t;
     const bool ok = Shr(t, a, n);
-    r.Swap(t);
+    if (ok) r.Swap(t);  // a failure leaves the operand that is also r alone
     return ok;
   }
   const unsigned words = n / 32;
