@@ -9,8 +9,11 @@
 // Starts the library, or joins it when it is already started. The first call
 // installs `allocator` (null, or a record with a null hook, keeps malloc/realloc/
 // free) and starts every facility; it returns false if one fails to start, with
-// no rollback and the library still counted as not started. A nested call only
-// sets up the calling thread's thread-local data and ignores `allocator`.
+// no rollback and the library still counted as not started. The facilities
+// started before the failing one (when memory runs out, say) stay usable and a
+// later call reuses them; the last OvraUninitialize after a successful call
+// releases everything. A nested call only sets up the calling thread's
+// thread-local data and ignores `allocator`.
 // The first call must not race with other calls of the pair.
 OVRA_EXTERN_C OVRA_API bool OvraInitialize(SAllocator* allocator);
 
@@ -30,7 +33,8 @@ OVRA_EXTERN_C OVRA_API void* OvraGetModuleInstance(void);
 #pragma clang diagnostic ignored "-Wreturn-type-c-linkage"
 #endif
 // The full path of this library's file as the loader passed it to SharedLibInit;
-// empty when SharedLibInit has not run. Must not be called after SharedLibTerm.
+// empty when SharedLibInit has not run (or kept no copy) and when the returned
+// copy cannot be allocated. Must not be called after SharedLibTerm.
 OVRA_EXTERN_C OVRA_API TBstr OvraGetModuleFileSpec(void);
 #if defined(__clang__)
 #pragma clang diagnostic pop
@@ -38,7 +42,8 @@ OVRA_EXTERN_C OVRA_API TBstr OvraGetModuleFileSpec(void);
 
 // Entry point the loader calls right after opening this library, with the
 // library file's absolute path. Keeps a copy of the path for
-// OvraGetModuleFileSpec and returns true for any path, the empty one included.
+// OvraGetModuleFileSpec (none when it cannot be allocated) and returns true for
+// any path, the empty one included.
 // A second call without SharedLibTerm replaces the copy without freeing it. It
 // does not start the library: call OvraInitialize as well.
 OVRA_EXTERN_C OVRA_API bool SharedLibInit(const TBstr& fileSpec);
