@@ -147,6 +147,23 @@ TEST_F(AllocSweepBstr, CountedBuffersAreNullWhenTheirAllocationFails) {
   });
 }
 
+TEST_F(AllocSweepBstr, TextConversionsIntoCallerBuffersAllocateNothing) {
+  SweepUntilSuccess("UTF-8 and single-byte conversions, encoded lengths", [](SweepRun& run) {
+    const TBstr text(W(u"caf\u00E9 \u20AC"));
+    char bytes[32];
+    unsigned short units[32];
+    run.Arm();
+    EXPECT_EQ(OvraStringUtf8ByteLen(text.GetString()), 9);
+    EXPECT_EQ(OvraStringToUtf8(text.GetString(), 6, bytes, 30), 9);
+    EXPECT_EQ(OvraUtf8ToString(bytes, 9, units, 30), 6);
+    EXPECT_EQ(OvraUnicodeToMultibyte(text.GetString(), -1, bytes, 30), 7);
+    EXPECT_EQ(OvraMultibyteToUnicode(bytes, -1, units, 30), 7);
+    EXPECT_EQ(text.GetEncodedByteLength(kUtf8Encoding), 9);
+    EXPECT_EQ(text.GetEncodedByteLength(kUnicodeEncoding), 12);
+    EXPECT_FALSE(run.Disarm());
+  }, FailMode::kOne, true);
+}
+
 TEST_F(AllocSweepBstr, ConvertBufferHoldsNoTextWhenItsAllocationFails) {
   SweepBothModes("TConvertBuffer", [](SweepRun& run) {
     run.Arm();
@@ -1106,10 +1123,15 @@ TEST_F(AllocSweepFile, RecursiveFindReportsOnlyCorrectSpecsAtEveryFailure) {
   ASSERT_TRUE(ovra_test::WriteFile(At("d1/d2/e.txt"), "eeee"));
   ASSERT_EQ(mkdir(At("d3").c_str(), 0700), 0);
   ASSERT_TRUE(ovra_test::WriteFile(At("d3/f.txt"), "f"));
+  // A directory whose name holds wildcards is entered through a quoted pattern.
+  ASSERT_EQ(mkdir(At("d3/w[1]*").c_str(), 0700), 0);
+  ASSERT_TRUE(ovra_test::WriteFile(At("d3/w[1]*/g.txt"), "g"));
   std::vector<std::string> all = TreeSpecs(Folder());
+  all.push_back(At("d3/w[1]*"));
+  all.push_back(At("d3/w[1]*/g.txt"));
   std::sort(all.begin(), all.end());
   const std::u16string pattern = ovra_test::Widen(Folder() + "/*");
-  SweepBothModes("TFileFinder::Find + FindNext (recursive, 8 entries)", [&](SweepRun& run) {
+  SweepBothModes("TFileFinder::Find + FindNext (recursive, 10 entries)", [&](SweepRun& run) {
     TFileFinder finder;
     std::vector<std::string> reported;  // GetFileSpec, empty when its copy failed
     std::vector<std::string> names;     // the record's own name (read without allocating)
