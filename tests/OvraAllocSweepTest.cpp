@@ -35,6 +35,7 @@
 #include "TestBstr.h"
 #include "TestFiles.h"
 #include "TestPlugins.h"
+#include "TestRsaKeys.h"
 
 namespace {
 
@@ -1297,70 +1298,8 @@ TEST_F(AllocSweepLibrary, AddressTextIsEmptyWhenItCannotBeFormatted) {
 // Ciphers, digests and encodings
 // ===========================================================================
 
-using Bytes = std::vector<unsigned char>;
-
-Bytes FromHex(const std::string& hex) {
-  Bytes out;
-  for (size_t i = 0; i + 1 < hex.size(); i += 2) {
-    out.push_back(static_cast<unsigned char>(std::stoul(hex.substr(i, 2), nullptr, 16)));
-  }
-  return out;
-}
-
-// Two public keys (e = 65537) and a type 1 block holding kSignedMessage raised
-// to each private exponent. The 2112-bit modulus is above the 256 bytes a work
-// block on the stack holds, so its operations take a heap block as well.
-const char kN512[] =
-    "CF7D66032AC6618609A5950B45507B699D25682B60FEC5215E4F6623177EB2B950B7319E68F5FA686AD475C77AF45220"
-    "4E7FE4A877BEC6FC8605EE54D8DA13FB";
-const char kSigned512[] =
-    "83B9C3A5A41290EC51BCD899E4FFA904B77FF95BD41C14EDECC90E764171CA672A8CB5CC3FEBD307502A5A35494D92F4"
-    "3322B6B1C374CED61AA8BA819B951161";
-const char kN2112[] =
-    "C65510F78334AFC57230DFE102A95C65F0D66C1A214FDB3FF7D377C859F9DDD64BCA15F8D7517C69502EF114B0D4B794"
-    "EDAEC801BF3E01C50B020FEFEB3CF5431B8EEA0F349D39E84B583E5BC82E0AE1081B5045B55FD286ACAF4E81855460AC"
-    "6DBF7FE21CCF8FB6BB94A29CB49AF0ED30757C6D71DA266388C366F1753951ED6FBAB0F626DC2E0598D4F28CFDA1A049"
-    "5B84C3B8B6578BA5CBE7712175C8EA038B955D0EFCBF71B9B4B8278B438F4F5F97F96B0920AE95B07F750E49487941DC"
-    "A989BD6BC83463BA792D12A90FB8C815C7EFC0D83622E57DD5075F6E2BC53230DD20C29A8A4893DFDE7088EF3255B414"
-    "E72C31462D860F3E63F31FFC4D673011E7D4349A9A97F9E3";
-const char kSigned2112[] =
-    "0624CD78F2E19503CE48056323CED4F8D7E40657D6723BD1CC344F691CFA182891D7B40C677345ABA784EA0D40E591A5"
-    "89E467E6E971B741038C59BF6CA8878D7C726B012EA0744E60FF5D113907C08623158981944094B7DC69FDBE7737EEBA"
-    "67E67D5ABDE6620B4C49769165EF75F20DB55DBFBA4E323142E40C5F0AEA9A3CEC6415E15555A1E0D9A32632A203F8F3"
-    "FA66C0BF60B650FA9FB19A724AB4C88B2F4128E41B625868868F2123B449FD08BEEC9676800CD5A40178D8FBFA5ED4B2"
-    "19591252AA22626C0CD333A51A2749621D8292B4A9566F2BA0FAC0F9844A6509F5049DDFCF12F37596D41C237D5CE497"
-    "D5237E41645143E279FA3D2CE2837FBAD8B49C22C9C9D55A";
-const char kSignedMessage[] = "recovered message";
-const Bytes kE = {0x01, 0x00, 0x01};
-
-// DER: one element with a definite length in the shortest form.
-Bytes Tlv(unsigned char tag, const Bytes& content) {
-  Bytes out{tag};
-  const size_t n = content.size();
-  if (n >= 0x100) {
-    out.push_back(0x82);
-    out.push_back(static_cast<unsigned char>(n >> 8));
-  } else if (n >= 0x80) {
-    out.push_back(0x81);
-  }
-  out.push_back(static_cast<unsigned char>(n));
-  out.insert(out.end(), content.begin(), content.end());
-  return out;
-}
-
-Bytes Cat(std::initializer_list<Bytes> parts) {
-  Bytes out;
-  for (const Bytes& p : parts) out.insert(out.end(), p.begin(), p.end());
-  return out;
-}
-
-// A SubjectPublicKeyInfo of rsaEncryption holding n (with its sign byte) and e.
-Bytes Spki(const Bytes& n, const Bytes& e) {
-  const Bytes algorithm = {0x30, 0x0D, 0x06, 0x09, 0x2A, 0x86, 0x48, 0x86,
-                           0xF7, 0x0D, 0x01, 0x01, 0x01, 0x05, 0x00};
-  const Bytes key = Tlv(0x30, Cat({Tlv(0x02, Cat({Bytes{0x00}, n})), Tlv(0x02, e)}));
-  return Tlv(0x30, Cat({algorithm, Tlv(0x03, Cat({Bytes{0x00}, key}))}));
-}
+using ovra_test::Bytes;
+using namespace ovra_test::rsa_keys;
 
 class AllocSweepCrypt : public SweepTest {};
 

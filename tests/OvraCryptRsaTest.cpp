@@ -16,6 +16,7 @@
 
 #include "OvraRand.h"
 #include "TestAllocator.h"
+#include "TestRsaKeys.h"
 
 #ifdef OVRA_HAVE_OPENSSL
 #include <openssl/bn.h>
@@ -31,65 +32,9 @@ using ovra_test::FailNthAllocation;
 using ovra_test::ScopedCountingLibrary;
 using ovra_test::Stats;
 using ovra_test::StopFailing;
-using Bytes = std::vector<unsigned char>;
+using ovra_test::Bytes;
+using namespace ovra_test::rsa_keys;
 
-// Keys made with another language's integers from fixed-seed primes, with
-// e = 65537, and a type 1 block (00 01 FF..FF 00 "recovered message") raised
-// to the private exponent with them.
-const char kN512[] =
-    "CF7D66032AC6618609A5950B45507B699D25682B60FEC5215E4F6623177EB2B950B7319E68F5FA686AD475C77AF45220"
-    "4E7FE4A877BEC6FC8605EE54D8DA13FB";
-const char kD512[] =
-    "0FE171255CE8C21E182EEC3168A4B84D6511AFDF62151DD167FE7BBAC3D996A42511BEADDE7DD0395930885379D38EB5"
-    "0553979A60DD398AC7496FA2A751E1C1";
-const char kSigned512[] =
-    "83B9C3A5A41290EC51BCD899E4FFA904B77FF95BD41C14EDECC90E764171CA672A8CB5CC3FEBD307502A5A35494D92F4"
-    "3322B6B1C374CED61AA8BA819B951161";
-const char kN1024[] =
-    "D326B8107175C81926BC85BE197DACD180033BF29E3E5906853B99060F64EE41046594957F1CBF51BDAA9EA4ADAE8D39"
-    "D15042FA2266B39921600ACE6B8971A48A6A80B6996CC84306FFFB3B469B16ECA21FE2FD7E54FACB9FF1043F1A50251D"
-    "C7D5ABD4ECB75BF6A042629512CF87A174D7B126DFB41679B82C9B1711730689";
-const char kD1024[] =
-    "CCCC382912B327926584E2BF801FEA1804EE9E1D73288BD68C3142F9A2C2C567E068DA15AA056AF7505C05A53A241C2C"
-    "60FD55092186B559A80A6C50CBF2B27A1E39F6DB64135E4E4426FE25FC65A0069C23F90333269D65B7DFAFB73A23257A"
-    "F0BF3D1ED637DE41BFE9B713549822D14C8F3A8C60578D21E334CC6C52D70F85";
-const char kSigned1024[] =
-    "69D6E41F60D3CB587DD8D99D724E5FF1AC54817DA2FB6F3E6EE65F1BCF2E847060F9008C0F428204E510A1A59CCD4FED"
-    "7AF1B7164659CDEB5D865B11F8E7A623BA9777B48E924A2CDA88DD8D30E2FFC170E317CE76D82371BADD0F22F60E8F2E"
-    "AE3B07E290794AAB662F1046D8F46847D5897FC4A4899D230E2FAF1A342429D6";
-// A 2112-bit key: its 264-byte modulus is above the 256 bytes a stack work
-// block holds, yet a multiple of 4, so both directions work on the heap.
-const char kN2112[] =
-    "C65510F78334AFC57230DFE102A95C65F0D66C1A214FDB3FF7D377C859F9DDD64BCA15F8D7517C69502EF114B0D4B794"
-    "EDAEC801BF3E01C50B020FEFEB3CF5431B8EEA0F349D39E84B583E5BC82E0AE1081B5045B55FD286ACAF4E81855460AC"
-    "6DBF7FE21CCF8FB6BB94A29CB49AF0ED30757C6D71DA266388C366F1753951ED6FBAB0F626DC2E0598D4F28CFDA1A049"
-    "5B84C3B8B6578BA5CBE7712175C8EA038B955D0EFCBF71B9B4B8278B438F4F5F97F96B0920AE95B07F750E49487941DC"
-    "A989BD6BC83463BA792D12A90FB8C815C7EFC0D83622E57DD5075F6E2BC53230DD20C29A8A4893DFDE7088EF3255B414"
-    "E72C31462D860F3E63F31FFC4D673011E7D4349A9A97F9E3";
-const char kD2112[] =
-    "A37B5929FCD000172BE257987CFE2778AC05C343E2B395916BF1B6E9C228F190041706F7805CDDC55D5FE43EDEE7E88F"
-    "6D40460312A5C505ABE63E46D04C060B13FB40B9D9EFC3DCD3C660587D705E6D51A65A0BABCED995436099C0AFAB76A8"
-    "8B2A6FFA6D2F365234DAF7135ED7DCC256D0710931F0D4F5F4B4C4F54160474505750909DA52B369395EEBF484A06E1C"
-    "44553FE890F44618CF274E3B324F47160C03C20A027D11920C2DE7001F1DA65E409D0E89C0A754995BA23675700EF51C"
-    "9A7A7A692605708D242762BE3AE86A71997C3C06C101B8B0E2996C697E0D413BA5C32F57372A9EDEB560F9BDEEB04A24"
-    "13812A9412A0BEDFF3773572963A94BDF8D9C4BA72E1A4E1";
-const char kSigned2112[] =
-    "0624CD78F2E19503CE48056323CED4F8D7E40657D6723BD1CC344F691CFA182891D7B40C677345ABA784EA0D40E591A5"
-    "89E467E6E971B741038C59BF6CA8878D7C726B012EA0744E60FF5D113907C08623158981944094B7DC69FDBE7737EEBA"
-    "67E67D5ABDE6620B4C49769165EF75F20DB55DBFBA4E323142E40C5F0AEA9A3CEC6415E15555A1E0D9A32632A203F8F3"
-    "FA66C0BF60B650FA9FB19A724AB4C88B2F4128E41B625868868F2123B449FD08BEEC9676800CD5A40178D8FBFA5ED4B2"
-    "19591252AA22626C0CD333A51A2749621D8292B4A9566F2BA0FAC0F9844A6509F5049DDFCF12F37596D41C237D5CE497"
-    "D5237E41645143E279FA3D2CE2837FBAD8B49C22C9C9D55A";
-const char kSignedMessage[] = "recovered message";
-const Bytes kE = {0x01, 0x00, 0x01};
-
-Bytes FromHex(const std::string& hex) {
-  Bytes out;
-  for (size_t i = 0; i + 1 < hex.size(); i += 2) {
-    out.push_back(static_cast<unsigned char>(std::stoul(hex.substr(i, 2), nullptr, 16)));
-  }
-  return out;
-}
 
 // The value as exactly n big-endian bytes (through TBigInt::Dump, left-padded).
 Bytes Padded(const TBigInt& v, size_t n) {
@@ -113,47 +58,6 @@ Bytes PrivateOp(const Bytes& block, const char* nHex, const char* dHex) {
                               TBigInt(d.data(), static_cast<unsigned>(d.size())),
                               TBigInt(n.data(), static_cast<unsigned>(n.size()))));
   return Padded(r, n.size());
-}
-
-// DER: one element with a definite length in the shortest form.
-Bytes Tlv(unsigned char tag, const Bytes& content) {
-  Bytes out{tag};
-  const size_t n = content.size();
-  if (n < 0x80) {
-    out.push_back(static_cast<unsigned char>(n));
-  } else if (n < 0x100) {
-    out.push_back(0x81);
-    out.push_back(static_cast<unsigned char>(n));
-  } else {
-    out.push_back(0x82);
-    out.push_back(static_cast<unsigned char>(n >> 8));
-    out.push_back(static_cast<unsigned char>(n));
-  }
-  out.insert(out.end(), content.begin(), content.end());
-  return out;
-}
-
-Bytes Cat(std::initializer_list<Bytes> parts) {
-  Bytes out;
-  for (const Bytes& p : parts) out.insert(out.end(), p.begin(), p.end());
-  return out;
-}
-
-// rsaEncryption with NULL parameters.
-const Bytes kRsaAlgorithm = {0x30, 0x0D, 0x06, 0x09, 0x2A, 0x86, 0x48, 0x86, 0xF7,
-                             0x0D, 0x01, 0x01, 0x01, 0x05, 0x00};
-
-// A DER INTEGER of a non-negative big-endian value: a 00 sign byte goes in
-// front of a top bit that is set.
-Bytes DerInteger(const Bytes& value) {
-  Bytes content = value;
-  if (!content.empty() && (content[0] & 0x80)) content.insert(content.begin(), 0x00);
-  return Tlv(0x02, content);
-}
-
-Bytes Spki(const Bytes& n, const Bytes& e, const Bytes& algorithm = kRsaAlgorithm) {
-  const Bytes key = Tlv(0x30, Cat({DerInteger(n), DerInteger(e)}));
-  return Tlv(0x30, Cat({algorithm, Tlv(0x03, Cat({Bytes{0x00}, key}))}));
 }
 
 // The type 1 block 00 01 FF.. 00 message of k bytes, with ffCount FF bytes.
