@@ -133,14 +133,8 @@ class OVRA_API TRsaPublicCipher : public TRsaCipher {
   TRsaPublicCipher(const TRsaPublicCipher&) = delete;
   TRsaPublicCipher& operator=(const TRsaPublicCipher&) = delete;
 
-  // Objects made with new come from the library's allocator (null, not an
-  // exception, when it fails), because the deleting destructor that `delete`
-  // runs lives in the library and frees through that same allocator.
-  static void* operator new(size_t size) noexcept;
-  static void operator delete(void* pointer) noexcept;
-  // Placement forms, which the class operators above would otherwise hide.
-  static void* operator new(size_t, void* where) noexcept { return where; }
-  static void operator delete(void*, void*) noexcept {}
+  // new and delete are TCipher's: objects come from the library's allocator,
+  // and new gives null, not an exception, when it fails.
 
   // Copies the modulus and the exponent into newly allocated arrays, freeing
   // any key held before. True only if both were allocated; on failure, and for

@@ -242,12 +242,11 @@ int OvraBase64ToBin(const char* text, unsigned char* data) {
   const size_t length = strlen(text);
   const unsigned char* p = reinterpret_cast<const unsigned char*>(text);
   const unsigned char* const end = p + length / 4 * 4;
-  const SBase64Shifted& shifted = kBase64Shifted;
   const unsigned char* const table = kBase64Values.value;
   unsigned char* out = data;
   for (; p != end; p += 4) {
-    const uint32_t v = shifted.value[0][p[0]] | shifted.value[1][p[1]] |
-                       shifted.value[2][p[2]] | shifted.value[3][p[3]];
+    const uint32_t v = kBase64Shifted.value[0][p[0]] | kBase64Shifted.value[1][p[1]] |
+                       kBase64Shifted.value[2][p[2]] | kBase64Shifted.value[3][p[3]];
     if ((v & kShiftedOdd) == 0) {
       out[0] = static_cast<unsigned char>(v >> 16);
       out[1] = static_cast<unsigned char>(v >> 8);

@@ -926,10 +926,6 @@ TRsaPublicCipher::TRsaPublicCipher(TCipher::ECipherOp op, const unsigned char* m
 
 TRsaPublicCipher::~TRsaPublicCipher() { Clear(); }
 
-void* TRsaPublicCipher::operator new(size_t size) noexcept { return OvraMemAlloc(size); }
-
-void TRsaPublicCipher::operator delete(void* pointer) noexcept { OvraMemFree(pointer); }
-
 void TRsaPublicCipher::Clear() {
   delete[] m_modulus;
   delete[] m_exponent;

@@ -35,7 +35,6 @@ using ovra_test::StopFailing;
 using ovra_test::Bytes;
 using namespace ovra_test::rsa_keys;
 
-
 // The value as exactly n big-endian bytes (through TBigInt::Dump, left-padded).
 Bytes Padded(const TBigInt& v, size_t n) {
   Bytes words(n + 4);
@@ -85,6 +84,30 @@ TRsaPublicCipher* NewCipher(TCipher::ECipherOp op, const char* nHex) {
   const Bytes n = FromHex(nHex);
   return new TRsaPublicCipher(op, n.data(), static_cast<unsigned>(n.size()), kE.data(),
                               static_cast<unsigned>(kE.size()));
+}
+
+// Recovers kSignedMessage from signedHex under the key nHex with the 1st,
+// 2nd, ... allocation failing until it succeeds; every failing run must
+// return 0, leave the buffer and leak nothing. Returns the failing runs.
+int CountRecoveryAllocationFailures(const char* nHex, const char* signedHex) {
+  std::unique_ptr<TRsaPublicCipher> cipher(NewCipher(TCipher::eDecrypt, nHex));
+  int failures = 0;
+  for (long fail = 1; fail < 20; ++fail) {
+    Bytes buf = FromHex(signedHex);
+    const Bytes before = buf;
+    const long live = Stats().live;
+    FailNthAllocation(fail);
+    const unsigned n = cipher->DecryptData(buf.data(), static_cast<unsigned>(buf.size()), true);
+    StopFailing();
+    EXPECT_EQ(Stats().live, live);
+    if (n) {
+      EXPECT_EQ(n, strlen(kSignedMessage));
+      break;
+    }
+    ++failures;
+    EXPECT_EQ(buf, before);
+  }
+  return failures;
 }
 
 // --- Construction ----------------------------------------------------------------
@@ -498,24 +521,8 @@ TEST_F(RsaTest, ModuliAbove256BytesUseAHeapWorkBlockAndBehaveTheSame) {
 }
 
 TEST_F(RsaTest, HeapWorkBlockAllocationFailuresReturnZeroLeaveTheBufferAndLeakNothing) {
-  std::unique_ptr<TRsaPublicCipher> cipher(NewCipher(TCipher::eDecrypt, kN2112));
-  int failures = 0;
-  for (long fail = 1; fail < 20; ++fail) {
-    Bytes buf = FromHex(kSigned2112);
-    const Bytes before = buf;
-    const long live = Stats().live;
-    FailNthAllocation(fail);
-    const unsigned n = cipher->DecryptData(buf.data(), 264, true);
-    StopFailing();
-    EXPECT_EQ(Stats().live, live);
-    if (n) {
-      EXPECT_EQ(n, strlen(kSignedMessage));
-      break;
-    }
-    ++failures;
-    EXPECT_EQ(buf, before);
-  }
-  EXPECT_EQ(failures, 6);  // the work block, then as on the stack
+  // The work block, then as on the stack.
+  EXPECT_EQ(CountRecoveryAllocationFailures(kN2112, kSigned2112), 6);
 }
 
 TEST_F(RsaTest, ATypeOneBlockWithoutFfBytesDecryptsToTheMessage) {
@@ -610,24 +617,8 @@ TEST_F(RsaTest, RecoveryAcceptsACiphertextShorterThanTheModulus) {
 }
 
 TEST_F(RsaTest, RecoveryAllocationFailuresReturnZeroLeaveTheBufferAndLeakNothing) {
-  std::unique_ptr<TRsaPublicCipher> cipher(NewCipher(TCipher::eDecrypt, kN1024));
-  int failures = 0;
-  for (long fail = 1; fail < 20; ++fail) {
-    Bytes buf = FromHex(kSigned1024);
-    const Bytes before = buf;
-    const long live = Stats().live;
-    FailNthAllocation(fail);
-    const unsigned n = cipher->DecryptData(buf.data(), 128, true);
-    StopFailing();
-    EXPECT_EQ(Stats().live, live);
-    if (n) {
-      EXPECT_EQ(n, strlen(kSignedMessage));
-      break;
-    }
-    ++failures;
-    EXPECT_EQ(buf, before);
-  }
-  EXPECT_EQ(failures, 5);  // modulus, exponent, ciphertext, result, scratch
+  // Modulus, exponent, ciphertext, result, scratch.
+  EXPECT_EQ(CountRecoveryAllocationFailures(kN1024, kSigned1024), 5);
 }
 
 TEST_F(RsaTest, ProcessDataDecryptsForAnyNonZeroOperation) {

@@ -50,24 +50,36 @@ void PrintHelp(const char* command) {
          command, strcmp(command, "encrypt") == 0 ? "Encrypt" : "Decrypt");
 }
 
-// Encrypts input with a block cipher, passing whole blocks on as they come
-// and padding the tail.
-bool EncryptBlocks(const char* command, TBlockCipher& cipher, Input& input) {
+// Reads input to its end and passes whole blocks through the cipher (in its
+// own direction) to the output as they come. What is left in buffer[0, have)
+// is the tail short of a whole block, or with holdLast the last 1 to bs bytes,
+// so that a decryption can check the padding of the last block. False on a
+// read or write error.
+bool PassWholeBlocks(const char* command, TBlockCipher& cipher, Input& input, bool holdLast,
+                     std::vector<unsigned char>& buffer, size_t& have) {
   const size_t bs = cipher.GetBlockSize();
-  std::vector<unsigned char> buffer(kChunkSize + 2 * bs);
-  size_t have = 0;
+  buffer.assign(kChunkSize + 2 * bs, 0);
+  have = 0;
   for (;;) {
     const size_t got = input.Read(buffer.data() + have, kChunkSize - have);
     if (got == 0) break;
     have += got;
-    const size_t whole = have / bs * bs;
+    size_t whole = have / bs * bs;
+    if (holdLast && whole == have) whole -= bs;  // keeps 1 to bs bytes back
     if (whole == 0) continue;
-    const unsigned done = cipher.EncryptData(buffer.data(), static_cast<unsigned>(whole), false);
+    const unsigned done = cipher.ProcessData(buffer.data(), static_cast<unsigned>(whole), false);
     if (!Write(command, buffer.data(), done)) return false;
     memmove(buffer.data(), buffer.data() + whole, have - whole);
     have -= whole;
   }
-  if (input.Failed()) return false;
+  return !input.Failed();
+}
+
+// Encrypts input with a block cipher, padding the tail.
+bool EncryptBlocks(const char* command, TBlockCipher& cipher, Input& input) {
+  std::vector<unsigned char> buffer;
+  size_t have = 0;
+  if (!PassWholeBlocks(command, cipher, input, false, buffer, have)) return false;
   const unsigned done = cipher.EncryptData(buffer.data(), static_cast<unsigned>(have), true);
   return Write(command, buffer.data(), done);
 }
@@ -76,20 +88,9 @@ bool EncryptBlocks(const char* command, TBlockCipher& cipher, Input& input) {
 // input ends, so that its padding can be checked and removed.
 bool DecryptBlocks(const char* command, TBlockCipher& cipher, Input& input) {
   const size_t bs = cipher.GetBlockSize();
-  std::vector<unsigned char> buffer(kChunkSize + 2 * bs);
+  std::vector<unsigned char> buffer;
   size_t have = 0;
-  for (;;) {
-    const size_t got = input.Read(buffer.data() + have, kChunkSize - have);
-    if (got == 0) break;
-    have += got;
-    if (have <= bs) continue;
-    const size_t whole = (have - 1) / bs * bs;  // leaves 1 to bs bytes
-    const unsigned done = cipher.DecryptData(buffer.data(), static_cast<unsigned>(whole), false);
-    if (!Write(command, buffer.data(), done)) return false;
-    memmove(buffer.data(), buffer.data() + whole, have - whole);
-    have -= whole;
-  }
-  if (input.Failed()) return false;
+  if (!PassWholeBlocks(command, cipher, input, true, buffer, have)) return false;
   if (have != bs) {
     Report(command, "bad decrypt: the input is not a whole number of %u-byte blocks",
            static_cast<unsigned>(bs));

@@ -48,6 +48,24 @@ std::vector<std::string> InputNames(const ParsedArgs& args) {
   return args.operands;
 }
 
+// Prints one listing line per input named by args, with the text that
+// sum(input, text) makes of it; an input that cannot be opened or read is
+// reported, the others are still listed, and the status is then 1.
+template <typename Sum>
+int ListInputs(const char* command, const ParsedArgs& args, Sum sum) {
+  int status = kExitOk;
+  for (const std::string& name : InputNames(args)) {
+    Input input;
+    std::string text;
+    if (!input.Open(command, name) || !sum(input, text)) {
+      status = kExitFailure;
+      continue;
+    }
+    if (!Write(command, ListingLine(text, name))) return kExitFailure;
+  }
+  return FinishOutput(command) ? status : kExitFailure;
+}
+
 int RunDigest(const char* command, TMessageDigest& digest, int argc, char** argv) {
   static const OptionSpec kSpecs[] = {{nullptr, 0, false}};
   ParsedArgs args;
@@ -61,25 +79,14 @@ int RunDigest(const char* command, TMessageDigest& digest, int argc, char** argv
            command, command);
     return kExitOk;
   }
-  int status = kExitOk;
-  for (const std::string& name : InputNames(args)) {
-    Input input;
-    if (!input.Open(command, name)) {
-      status = kExitFailure;
-      continue;
-    }
+  return ListInputs(command, args, [&](Input& input, std::string& text) {
     digest.Reset();
-    if (!Stream(input, [&](const unsigned char* data, unsigned size) {
-          digest.Update(data, size);
-        })) {
-      status = kExitFailure;
-      continue;
-    }
+    if (!Stream(input, [&](const unsigned char* data, unsigned size) { digest.Update(data, size); }))
+      return false;
     unsigned char out[20];
-    const unsigned size = digest.Finish(out, sizeof out);
-    if (!Write(command, ListingLine(ToHex(out, size), name))) return kExitFailure;
-  }
-  return FinishOutput(command) ? status : kExitFailure;
+    text = ToHex(out, digest.Finish(out, sizeof out));
+    return true;
+  });
 }
 
 }  // namespace
@@ -166,25 +173,15 @@ int RunChecksum(int argc, char** argv) {
            "for -) as four hexadecimal digits, \"<hex>  <name>\".\n");
     return kExitOk;
   }
-  int status = kExitOk;
-  for (const std::string& name : InputNames(args)) {
-    Input input;
-    if (!input.Open(command, name)) {
-      status = kExitFailure;
-      continue;
-    }
+  return ListInputs(command, args, [&](Input& input, std::string& text) {
     TInetChecksum checksum;
-    if (!Stream(input, [&](const unsigned char* data, unsigned size) {
-          checksum.Update(data, size);
-        })) {
-      status = kExitFailure;
-      continue;
-    }
-    char text[8];
-    snprintf(text, sizeof text, "%04x", static_cast<unsigned>(checksum.Finish()));
-    if (!Write(command, ListingLine(text, name))) return kExitFailure;
-  }
-  return FinishOutput(command) ? status : kExitFailure;
+    if (!Stream(input, [&](const unsigned char* data, unsigned size) { checksum.Update(data, size); }))
+      return false;
+    char hex[8];
+    snprintf(hex, sizeof hex, "%04x", static_cast<unsigned>(checksum.Finish()));
+    text = hex;
+    return true;
+  });
 }
 
 }  // namespace ovratool
