@@ -5,9 +5,12 @@
 #include <stdint.h>
 #include <string.h>
 
+#include "OvraByteOrder.h"
 #include "OvraMem.h"
 
 namespace {
+
+using namespace ovra_bytes;
 
 // ---------------------------------------------------------------------------
 // Base64 tables, built at compile time.
@@ -93,12 +96,6 @@ inline uint32_t Fold(uint64_t sum) {
   return static_cast<uint32_t>(sum);
 }
 
-inline uint32_t Load32(const unsigned char* p) {
-  uint32_t v;
-  memcpy(&v, p, 4);
-  return v;
-}
-
 // The folded one's complement sum of the big-endian 16-bit words of the
 // `bytes` bytes at p (bytes is even). Whole 32-bit words are summed in the
 // machine's own byte order into wide accumulators (2^16 and 2^32 are both 1
@@ -110,22 +107,20 @@ uint32_t SumWords(const unsigned char* p, size_t bytes) {
   // Each addend is below 2^32, so the accumulators cannot overflow for any
   // length that fits in 32 bits.
   while (bytes >= 32) {
-    a0 += Load32(p) + static_cast<uint64_t>(Load32(p + 16));
-    a1 += Load32(p + 4) + static_cast<uint64_t>(Load32(p + 20));
-    a2 += Load32(p + 8) + static_cast<uint64_t>(Load32(p + 24));
-    a3 += Load32(p + 12) + static_cast<uint64_t>(Load32(p + 28));
+    a0 += LoadNative32(p) + static_cast<uint64_t>(LoadNative32(p + 16));
+    a1 += LoadNative32(p + 4) + static_cast<uint64_t>(LoadNative32(p + 20));
+    a2 += LoadNative32(p + 8) + static_cast<uint64_t>(LoadNative32(p + 24));
+    a3 += LoadNative32(p + 12) + static_cast<uint64_t>(LoadNative32(p + 28));
     p += 32;
     bytes -= 32;
   }
   while (bytes >= 4) {
-    a0 += Load32(p);
+    a0 += LoadNative32(p);
     p += 4;
     bytes -= 4;
   }
   uint32_t native = Fold(a0 + a1 + a2 + a3);
-#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-  native = ((native & 0xFFu) << 8) | (native >> 8);
-#endif
+  if (kLittleEndian) native = Swap16(static_cast<uint16_t>(native));
   uint32_t tail = 0;
   if (bytes >= 2) tail = (static_cast<uint32_t>(p[0]) << 8) | p[1];
   return Fold(static_cast<uint64_t>(native) + tail);
@@ -134,14 +129,6 @@ uint32_t SumWords(const unsigned char* p, size_t bytes) {
 // ---------------------------------------------------------------------------
 // Block chaining helpers.
 // ---------------------------------------------------------------------------
-
-inline uint64_t Load64(const unsigned char* p) {
-  uint64_t v;
-  memcpy(&v, p, 8);
-  return v;
-}
-
-inline void Store64(unsigned char* p, uint64_t v) { memcpy(p, &v, 8); }
 
 // Writes the PKCS #5 padding of a last block holding r data bytes.
 inline void Pad(unsigned char* block, unsigned r, unsigned bs) {
@@ -169,10 +156,7 @@ unsigned OvraBinToBase64(const unsigned char* data, int length, char* text) {
   size_t n = static_cast<size_t>(length);
   // Two groups per step from one 8-byte read while at least 8 bytes remain.
   while (n >= 8) {
-    uint64_t w = Load64(p);
-#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-    w = __builtin_bswap64(w);
-#endif
+    const uint64_t w = LoadBE64(p);
     EncodeGroup(out, static_cast<uint32_t>(w >> 40));
     EncodeGroup(out + 4, static_cast<uint32_t>(w >> 16) & 0xFFFFFFu);
     p += 6;
@@ -411,13 +395,13 @@ unsigned TBlockCipher::EncryptData(unsigned char* buf, unsigned len, bool final)
     }
   } else if (m_mode == eCbc) {
     if (bs == 8) {
-      uint64_t chain = Load64(m_chain);
+      uint64_t chain = LoadNative64(m_chain);
       for (unsigned k = 0; k < n; ++k, p += 8) {
-        Store64(p, Load64(p) ^ chain);
+        StoreNative64(p, LoadNative64(p) ^ chain);
         ProcessBlock(p);
-        chain = Load64(p);
+        chain = LoadNative64(p);
       }
-      Store64(m_chain, chain);
+      StoreNative64(m_chain, chain);
     } else {
       for (unsigned k = 0; k < n; ++k, p += bs) {
         XorBlock(p, m_chain, bs);
@@ -446,14 +430,14 @@ unsigned TBlockCipher::DecryptData(unsigned char* buf, unsigned len, bool final)
     for (unsigned k = 0; k < n; ++k, p += bs) ProcessBlock(p);
   } else if (m_mode == eCbc) {
     if (bs == 8) {
-      uint64_t chain = Load64(m_chain);
+      uint64_t chain = LoadNative64(m_chain);
       for (unsigned k = 0; k < n; ++k, p += 8) {
-        const uint64_t cipherText = Load64(p);
+        const uint64_t cipherText = LoadNative64(p);
         ProcessBlock(p);
-        Store64(p, Load64(p) ^ chain);
+        StoreNative64(p, LoadNative64(p) ^ chain);
         chain = cipherText;
       }
-      Store64(m_chain, chain);
+      StoreNative64(m_chain, chain);
     } else {
       unsigned char saved[8];
       for (unsigned k = 0; k < n; ++k, p += bs) {

@@ -5,6 +5,8 @@
 #include <stdint.h>
 #include <string.h>
 
+#include "OvraByteOrder.h"
+
 namespace {
 
 // ---------------------------------------------------------------------------
@@ -160,33 +162,14 @@ void deskey(unsigned* schedule, const unsigned char* key, int direction) {
 // access in each direction, so that a block just written by the chaining
 // code (or read by it next) goes through store forwarding in one piece.
 inline void scrunch(const unsigned char* in, uint32_t* out) {
-#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-  uint64_t v;
-  memcpy(&v, in, 8);
-  out[0] = __builtin_bswap32(static_cast<uint32_t>(v));
-  out[1] = __builtin_bswap32(static_cast<uint32_t>(v >> 32));
-#else
-  out[0] = (static_cast<uint32_t>(in[0]) << 24) | (static_cast<uint32_t>(in[1]) << 16) |
-           (static_cast<uint32_t>(in[2]) << 8) | in[3];
-  out[1] = (static_cast<uint32_t>(in[4]) << 24) | (static_cast<uint32_t>(in[5]) << 16) |
-           (static_cast<uint32_t>(in[6]) << 8) | in[7];
-#endif
+  const uint64_t v = ovra_bytes::LoadBE64(in);
+  out[0] = static_cast<uint32_t>(v >> 32);
+  out[1] = static_cast<uint32_t>(v);
 }
 
 // The inverse of scrunch.
 inline void unscrun(const uint32_t* in, unsigned char* out) {
-#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-  const uint64_t v = static_cast<uint64_t>(__builtin_bswap32(in[0])) |
-                     (static_cast<uint64_t>(__builtin_bswap32(in[1])) << 32);
-  memcpy(out, &v, 8);
-#else
-  for (int w = 0; w < 2; ++w) {
-    out[4 * w] = static_cast<unsigned char>(in[w] >> 24);
-    out[4 * w + 1] = static_cast<unsigned char>(in[w] >> 16);
-    out[4 * w + 2] = static_cast<unsigned char>(in[w] >> 8);
-    out[4 * w + 3] = static_cast<unsigned char>(in[w]);
-  }
-#endif
+  ovra_bytes::StoreBE64(out, static_cast<uint64_t>(in[0]) << 32 | in[1]);
 }
 
 // Swaps the bits of a selected by mask (after shifting a right by n) with

@@ -16,6 +16,8 @@
 
 #include <typeinfo>
 
+#include "OvraByteOrder.h"
+
 #if !defined(OVRA_DIGEST_PORTABLE_ONLY) && (defined(__x86_64__) || defined(__i386__)) && \
     (defined(__GNUC__) || defined(__clang__))
 #define OVRA_DIGEST_SHA_EXT 1
@@ -27,53 +29,21 @@ static_assert(sizeof(unsigned) == 4, "the digests need 32-bit unsigned words");
 
 namespace {
 
+using namespace ovra_bytes;
+
 // 0x80 and 63 zero bytes: the padding that starts every message's tail.
 const unsigned char PADDING[64] = {0x80};
 
-inline unsigned Rotl(unsigned x, int n) { return (x << n) | (x >> (32 - n)); }
-
-inline unsigned LoadLE(const unsigned char* p) {
-  unsigned v;
-  memcpy(&v, p, 4);
-#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
-  v = __builtin_bswap32(v);
-#endif
-  return v;
-}
-
-inline unsigned LoadBE(const unsigned char* p) {
-  unsigned v;
-  memcpy(&v, p, 4);
-#if !defined(__BYTE_ORDER__) || __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-  v = __builtin_bswap32(v);
-#endif
-  return v;
-}
-
-inline void StoreLE(unsigned char* p, unsigned v) {
-#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
-  v = __builtin_bswap32(v);
-#endif
-  memcpy(p, &v, 4);
-}
-
-inline void StoreBE(unsigned char* p, unsigned v) {
-#if !defined(__BYTE_ORDER__) || __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-  v = __builtin_bswap32(v);
-#endif
-  memcpy(p, &v, 4);
-}
-
 // Word k of the current block, little-endian.
-#define X(k) LoadLE(block + 4 * (k))
+#define X(k) LoadLE32(block + 4 * (k))
 
 // ---------------------------------------------------------------------------
 // MD4: three rounds of sixteen steps. The majority function of round 2 is
 // written as a sum of two disjoint terms so that only one operation waits for
 // the newest word.
-#define MD4_R1(a, b, c, d, x, s) a = Rotl(a + (d ^ (b & (c ^ d))) + x, s)
-#define MD4_R2(a, b, c, d, x, s) a = Rotl(a + x + 0x5A827999u + (c & d) + (b & (c ^ d)), s)
-#define MD4_R3(a, b, c, d, x, s) a = Rotl(a + (b ^ c ^ d) + x + 0x6ED9EBA1u, s)
+#define MD4_R1(a, b, c, d, x, s) a = Rotl32(a + (d ^ (b & (c ^ d))) + x, s)
+#define MD4_R2(a, b, c, d, x, s) a = Rotl32(a + x + 0x5A827999u + (c & d) + (b & (c ^ d)), s)
+#define MD4_R3(a, b, c, d, x, s) a = Rotl32(a + (b ^ c ^ d) + x + 0x6ED9EBA1u, s)
 
 void Md4Blocks(unsigned* state, const unsigned char* block, unsigned count) {
   unsigned a = state[0], b = state[1], c = state[2], d = state[3];
@@ -152,16 +122,16 @@ void Md4Blocks(unsigned* state, const unsigned char* block, unsigned count) {
 // added rather than or-ed, which lets them be computed side by side.
 #define MD5_F(a, b, c, d, x, s, t)  \
   a += (d ^ (b & (c ^ d))) + x + t; \
-  a = Rotl(a, s) + b
+  a = Rotl32(a, s) + b
 #define MD5_G(a, b, c, d, x, s, t) \
   a += (c & ~d) + x + t + (b & d); \
-  a = Rotl(a, s) + b
+  a = Rotl32(a, s) + b
 #define MD5_H(a, b, c, d, x, s, t) \
   a += (b ^ c ^ d) + x + t;        \
-  a = Rotl(a, s) + b
+  a = Rotl32(a, s) + b
 #define MD5_I(a, b, c, d, x, s, t) \
   a += (c ^ (b | ~d)) + x + t;     \
-  a = Rotl(a, s) + b
+  a = Rotl32(a, s) + b
 
 void Md5Blocks(unsigned* state, const unsigned char* block, unsigned count) {
   unsigned a = state[0], b = state[1], c = state[2], d = state[3];
@@ -258,24 +228,24 @@ void Md5Blocks(unsigned* state, const unsigned char* block, unsigned count) {
 // SHA-1: eighty steps over a sixteen-word rolling message schedule; each
 // expanded word is rotated left by one bit. The five working variables rotate
 // through the macro arguments instead of being moved.
-#define SHA_W0(i) (w[i] = LoadBE(block + 4 * (i)))
+#define SHA_W0(i) (w[i] = LoadBE32(block + 4 * (i)))
 #define SHA_W(i) \
-  (w[(i)&15] = Rotl(w[((i) + 13) & 15] ^ w[((i) + 8) & 15] ^ w[((i) + 2) & 15] ^ w[(i)&15], 1))
+  (w[(i)&15] = Rotl32(w[((i) + 13) & 15] ^ w[((i) + 8) & 15] ^ w[((i) + 2) & 15] ^ w[(i)&15], 1))
 #define SHA_R0(v, x, y, z, u, i)                                   \
-  u += (z ^ (x & (y ^ z))) + SHA_W0(i) + 0x5A827999u + Rotl(v, 5); \
-  x = Rotl(x, 30)
+  u += (z ^ (x & (y ^ z))) + SHA_W0(i) + 0x5A827999u + Rotl32(v, 5); \
+  x = Rotl32(x, 30)
 #define SHA_R1(v, x, y, z, u, i)                                  \
-  u += (z ^ (x & (y ^ z))) + SHA_W(i) + 0x5A827999u + Rotl(v, 5); \
-  x = Rotl(x, 30)
+  u += (z ^ (x & (y ^ z))) + SHA_W(i) + 0x5A827999u + Rotl32(v, 5); \
+  x = Rotl32(x, 30)
 #define SHA_R2(v, x, y, z, u, i)                          \
-  u += (x ^ y ^ z) + SHA_W(i) + 0x6ED9EBA1u + Rotl(v, 5); \
-  x = Rotl(x, 30)
+  u += (x ^ y ^ z) + SHA_W(i) + 0x6ED9EBA1u + Rotl32(v, 5); \
+  x = Rotl32(x, 30)
 #define SHA_R3(v, x, y, z, u, i)                                        \
-  u += ((x & y) + (z & (x ^ y))) + SHA_W(i) + 0x8F1BBCDCu + Rotl(v, 5); \
-  x = Rotl(x, 30)
+  u += ((x & y) + (z & (x ^ y))) + SHA_W(i) + 0x8F1BBCDCu + Rotl32(v, 5); \
+  x = Rotl32(x, 30)
 #define SHA_R4(v, x, y, z, u, i)                          \
-  u += (x ^ y ^ z) + SHA_W(i) + 0xCA62C1D6u + Rotl(v, 5); \
-  x = Rotl(x, 30)
+  u += (x ^ y ^ z) + SHA_W(i) + 0xCA62C1D6u + Rotl32(v, 5); \
+  x = Rotl32(x, 30)
 
 void ShaBlocksPortable(unsigned* state, const unsigned char* block, unsigned count) {
   unsigned w[16];
@@ -572,19 +542,19 @@ __attribute__((target("sha,ssse3,sse4.1"))) void ShaBlocksExtensions(unsigned* s
 // Byte order.
 
 void EncodeLE(unsigned char* out, const unsigned* in, int len) {
-  for (int i = 0; i + 4 <= len; i += 4) StoreLE(out + i, in[i / 4]);
+  for (int i = 0; i + 4 <= len; i += 4) StoreLE32(out + i, in[i / 4]);
 }
 
 void DecodeLE(unsigned* out, const unsigned char* in, int len) {
-  for (int i = 0; i + 4 <= len; i += 4) out[i / 4] = LoadLE(in + i);
+  for (int i = 0; i + 4 <= len; i += 4) out[i / 4] = LoadLE32(in + i);
 }
 
 void EncodeBE(unsigned char* out, const unsigned* in, int len) {
-  for (int i = 0; i + 4 <= len; i += 4) StoreBE(out + i, in[i / 4]);
+  for (int i = 0; i + 4 <= len; i += 4) StoreBE32(out + i, in[i / 4]);
 }
 
 void DecodeBE(unsigned* out, const unsigned char* in, int len) {
-  for (int i = 0; i + 4 <= len; i += 4) out[i / 4] = LoadBE(in + i);
+  for (int i = 0; i + 4 <= len; i += 4) out[i / 4] = LoadBE32(in + i);
 }
 
 // ---------------------------------------------------------------------------
@@ -651,13 +621,13 @@ void TMessageDigest::Pad(const unsigned char* lengthBytes) {
 
 unsigned TMdXDigest::Finish(unsigned char* out, unsigned /*size*/) {
   unsigned char length[8];
-  StoreLE(length, m_count[0]);
-  StoreLE(length + 4, m_count[1]);
+  StoreLE32(length, m_count[0]);
+  StoreLE32(length + 4, m_count[1]);
   Pad(length);
-  StoreLE(out, m_state[0]);
-  StoreLE(out + 4, m_state[1]);
-  StoreLE(out + 8, m_state[2]);
-  StoreLE(out + 12, m_state[3]);
+  StoreLE32(out, m_state[0]);
+  StoreLE32(out + 4, m_state[1]);
+  StoreLE32(out + 8, m_state[2]);
+  StoreLE32(out + 12, m_state[3]);
   Reset();
   return GetDigestSize();
 }
@@ -696,14 +666,14 @@ void TMd5Digest::TransformBlocks(unsigned* state, const unsigned char* data, uns
 
 unsigned TShaDigest::Finish(unsigned char* out, unsigned /*size*/) {
   unsigned char length[8];
-  StoreBE(length, m_count[1]);
-  StoreBE(length + 4, m_count[0]);
+  StoreBE32(length, m_count[1]);
+  StoreBE32(length + 4, m_count[0]);
   Pad(length);
-  StoreBE(out, m_state[0]);
-  StoreBE(out + 4, m_state[1]);
-  StoreBE(out + 8, m_state[2]);
-  StoreBE(out + 12, m_state[3]);
-  StoreBE(out + 16, m_state[4]);
+  StoreBE32(out, m_state[0]);
+  StoreBE32(out + 4, m_state[1]);
+  StoreBE32(out + 8, m_state[2]);
+  StoreBE32(out + 12, m_state[3]);
+  StoreBE32(out + 16, m_state[4]);
   Reset();
   return GetDigestSize();
 }

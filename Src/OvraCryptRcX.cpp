@@ -5,7 +5,11 @@
 #include <stdint.h>
 #include <string.h>
 
+#include "OvraByteOrder.h"
+
 namespace {
+
+using namespace ovra_bytes;
 
 // ---------------------------------------------------------------------------
 // RC2
@@ -61,12 +65,6 @@ void rc2key(unsigned short* expanded, const unsigned char* key, unsigned keylen,
   }
 }
 
-// Rotates the low 16 bits of x (higher bits are carries and are dropped);
-// written on a 16-bit value so that it compiles to one rotate instruction.
-inline uint32_t Rotl16(uint32_t x, unsigned n) {
-  const uint16_t v = static_cast<uint16_t>(x);
-  return static_cast<uint16_t>((v << n) | (v >> (16 - n)));
-}
 
 inline uint32_t Rotr16(uint32_t x, unsigned n) {
   const uint16_t v = static_cast<uint16_t>(x);
@@ -117,28 +115,6 @@ inline uint32_t Select(uint32_t a, uint32_t b, uint32_t c) { return c ^ (a & (b 
     r1 -= k[r0 & 63];        \
     r0 -= k[r3 & 63];        \
   } while (0)
-
-// A block is read and written as one 8-byte access, so that the chaining
-// code's store of the block forwards to this load in one piece.
-inline uint64_t LoadLE64(const unsigned char* p) {
-#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-  uint64_t v;
-  memcpy(&v, p, 8);
-  return v;
-#else
-  uint64_t v = 0;
-  for (int i = 7; i >= 0; --i) v = (v << 8) | p[i];
-  return v;
-#endif
-}
-
-inline void StoreLE64(unsigned char* p, uint64_t v) {
-#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-  memcpy(p, &v, 8);
-#else
-  for (int i = 0; i < 8; ++i, v >>= 8) p[i] = static_cast<unsigned char>(v);
-#endif
-}
 
 // Encrypts one block: five mixing rounds, a mashing round, six mixing
 // rounds, a mashing round, five mixing rounds. Words are little-endian.
@@ -337,16 +313,9 @@ void TRc4Cipher::ProcessStream(unsigned char* buf, unsigned len) {
     for (unsigned k = 0; k < 8; ++k) {
       unsigned char byte = 0;
       rc4(s, &i, &j, &byte);
-#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
-      keystream |= static_cast<uint64_t>(byte) << (56 - 8 * k);
-#else
       keystream |= static_cast<uint64_t>(byte) << (8 * k);
-#endif
     }
-    uint64_t data;
-    memcpy(&data, buf, 8);
-    data ^= keystream;
-    memcpy(buf, &data, 8);
+    StoreLE64(buf, LoadLE64(buf) ^ keystream);
     buf += 8;
     len -= 8;
   }

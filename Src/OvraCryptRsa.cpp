@@ -71,22 +71,20 @@ unsigned MacRow(unsigned* a, const unsigned* c, unsigned n, unsigned q) {
 // a[0..n] += (q0 + q1 * 2^32) * c[0..n); returns the word for a[n+1] (modulo
 // 2^32: callers know the true sum fits or only need it modulo the window).
 // Two rows in one pass share the carry chain, which halves its length.
-#if !defined(OVRA_BIGINT_PORTABLE_ONLY) && defined(__SIZEOF_INT128__) && \
-    defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+#if !defined(OVRA_BIGINT_PORTABLE_ONLY) && defined(__SIZEOF_INT128__)
 // Where the compiler has a 128-bit type (OVRA_BIGINT_PORTABLE_ONLY builds
 // without it, so that the tests reach the 32-bit loop below on every machine), the two rows are one row of a 64-bit
-// multiplier over the words taken in pairs: a pair of little-endian 32-bit
-// words in memory is one 64-bit word, and one 64 by 64-bit product does the
-// work of four 32 by 32-bit ones.
+// multiplier over the words taken in pairs (the lower word first, which on
+// little-endian machines is one 64-bit load), and one 64 by 64-bit product
+// does the work of four 32 by 32-bit ones.
 __extension__ typedef unsigned __int128 TDoubleWide;
 
-inline uint64_t LoadPair(const unsigned* w) {
-  uint64_t v;
-  memcpy(&v, w, sizeof v);
-  return v;
-}
+inline uint64_t LoadPair(const unsigned* w) { return static_cast<uint64_t>(w[1]) << 32 | w[0]; }
 
-inline void StorePair(unsigned* w, uint64_t v) { memcpy(w, &v, sizeof v); }
+inline void StorePair(unsigned* w, uint64_t v) {
+  w[0] = static_cast<unsigned>(v);
+  w[1] = static_cast<unsigned>(v >> 32);
+}
 
 unsigned MacRow2(unsigned* a, const unsigned* c, unsigned n, unsigned q0, unsigned q1) {
   const uint64_t q = static_cast<uint64_t>(q1) << 32 | q0;

@@ -40,7 +40,9 @@ TEST(ApplicationNewDeleteTest, ApplicationNewReachesTheApplicationsOperator) {
   ASSERT_TRUE(lib.started());
   const long before = s_appNews;
   const long libAllocsBefore = Stats().allocs;
-  int* p = new int(7);
+  // Kept in a volatile so that the compiler cannot drop the new-expression
+  // (it may remove an allocation whose result goes unused).
+  int* volatile p = new int(7);
   EXPECT_EQ(s_appNews, before + 1);
   EXPECT_EQ(Stats().allocs, libAllocsBefore);  // not the library's hook
   delete p;

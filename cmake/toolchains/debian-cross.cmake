@@ -1,0 +1,26 @@
+# Shared part of the Linux cross toolchains: Debian's cross compiler for
+# OVRA_TARGET_TRIPLE, programs run under OVRA_QEMU with the target's loader
+# and libraries, and what .ci/target-deps.sh unpacked for the target (its
+# GoogleTest, OpenSSL and character-set modules) found before anything of the
+# build machine's.
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_C_COMPILER ${OVRA_TARGET_TRIPLE}-gcc)
+set(CMAKE_CXX_COMPILER ${OVRA_TARGET_TRIPLE}-g++)
+set(CMAKE_CROSSCOMPILING_EMULATOR ${OVRA_QEMU} -L /usr/${OVRA_TARGET_TRIPLE})
+
+get_filename_component(OVRA_TARGET_DEPS
+  "${CMAKE_CURRENT_LIST_DIR}/../../build-deps/${OVRA_TARGET_NAME}" ABSOLUTE)
+set(CMAKE_FIND_ROOT_PATH /usr/${OVRA_TARGET_TRIPLE}
+    ${OVRA_TARGET_DEPS}/prefix ${OVRA_TARGET_DEPS}/root)
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+
+# The target's own character-set conversion modules, for the tests that take
+# iconv as their reference; the emulated C library finds none of its own.
+if(EXISTS ${OVRA_TARGET_DEPS}/root/usr/lib/${OVRA_TARGET_TRIPLE}/gconv)
+  set(OVRA_TARGET_GCONV_PATH ${OVRA_TARGET_DEPS}/root/usr/lib/${OVRA_TARGET_TRIPLE}/gconv)
+endif()
+# Emulated programs run several times slower: test time limits are scaled.
+set(OVRA_TEST_TIMEOUT_SCALE 4)
