@@ -3,7 +3,7 @@
 # "<Operation>/ovra" and "<Operation>/ref".
 foreach(name format message collect finder utf8)
   add_executable(ovra_bench_${name} ${CMAKE_CURRENT_SOURCE_DIR}/runtime/${name}.cpp)
-  target_link_libraries(ovra_bench_${name} PRIVATE ovra benchmark::benchmark
+  target_link_libraries(ovra_bench_${name} PRIVATE ovra ovra_build_flags benchmark::benchmark
                         benchmark::benchmark_main)
   set_target_properties(ovra_bench_${name} PROPERTIES
                         RUNTIME_OUTPUT_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR})

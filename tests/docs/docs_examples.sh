@@ -4,13 +4,14 @@
 # directory is given, links and runs it: it must exit with status 0.
 # Programs that take arguments are only compiled.
 #
-# Usage: docs_examples.sh DOCS_DIR INCLUDE_DIR CXX "CXXFLAGS" [LIBRARY_DIR]
+# Usage: docs_examples.sh DOCS_DIR INCLUDE_DIR CXX [LIBRARY_DIR]
+# The compiler flags, if any, come in OVRA_DOCS_CXXFLAGS.
 set -uo pipefail
 docs=$1
 include=$2
 cxx=$3
-read -r -a flags <<<"$4"
-libdir=${5:-}
+read -r -a flags <<<"${OVRA_DOCS_CXXFLAGS:-}"
+libdir=${4:-}
 [ -n "$libdir" ] && libdir=$(cd "$libdir" && pwd)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
