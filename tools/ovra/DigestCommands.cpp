@@ -273,7 +273,9 @@ class Checker {
     const bool missing = name != "-" && access(name.c_str(), F_OK) != 0 && errno == ENOENT;
     if (ignoreMissing && missing) return true;
     const bool read = input.Open(m_command, name) && DigestOf(m_digest, input, actual);
-    const bool escape = NeedsEscape(name);
+    // Results name the file as it is, escaped only when it holds a line feed
+    // (which would break the line), as the usual checks print them.
+    const bool escape = name.find('\n') != std::string::npos;
     const std::string shownName = (escape ? "\\" : "") + (escape ? EscapeName(name) : name);
     if (!read) {
       ++counts.unreadable;
