@@ -15,6 +15,21 @@
 
 namespace ovra_test {
 
+// Whether the tests run under AddressSanitizer: the walks over gigabytes of
+// these ranges then take minutes (every access is checked), too long for the
+// per-test time limit; the uninstrumented builds run them.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kAddressSanitized = true;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+constexpr bool kAddressSanitized = true;
+#else
+constexpr bool kAddressSanitized = false;
+#endif
+#else
+constexpr bool kAddressSanitized = false;
+#endif
+
 class RepeatedMapping {
  public:
   // size bytes: pattern (patternSize bytes, dividing the block and the page,
