@@ -53,6 +53,8 @@ OVRA_EXTERN_C OVRA_API int OvraStringUtf8ByteLen(const unsigned short* s);
 // null. No terminator. Room is tested once per character: a sequence that starts
 // below size is written whole, so dest needs 2 bytes beyond size. Surrogates are
 // not paired (each becomes its own 3-byte sequence); zero characters become 0 bytes.
+// The result never exceeds INT_MAX: with a size within 2 of INT_MAX, a character
+// whose sequence would end beyond byte INT_MAX is not written (conversion stops).
 OVRA_EXTERN_C OVRA_API int OvraStringToUtf8(const unsigned short* source, int count, char* dest,
                                             int size);
 // Decodes count bytes of UTF-8 into at most size 16-bit characters and returns
@@ -62,17 +64,20 @@ OVRA_EXTERN_C OVRA_API int OvraStringToUtf8(const unsigned short* source, int co
 // when its bit 0x20 is set (so 0xA0..0xBF and 0xF0..0xFF too, keeping the low 16
 // bits) and a 2-byte one otherwise (0x80..0x9F too); overlong forms are accepted,
 // 4-byte sequences are not understood, and an incomplete sequence at the end is dropped.
+// The result is at most size, so it cannot overflow; sizes inside are size_t.
 OVRA_EXTERN_C OVRA_API int OvraUtf8ToString(const char* source, int count, unsigned short* dest,
                                             int size);
 // Narrows count characters (count -1: up to and including the terminator) to
 // ISO-8859-1 bytes, a character above 255 becoming "?", while fewer than size
 // bytes are written. Returns the bytes written; 0 for another count below 1 or a
-// null pointer.
+// null pointer. With count -1, a text of INT_MAX characters or more counts as
+// INT_MAX (no wrap), which only matters with a size of INT_MAX.
 OVRA_EXTERN_C OVRA_API int OvraUnicodeToMultibyte(const unsigned short* source, int count,
                                                   char* dest, int size);
 // Widens count bytes (count -1: up to and including the terminator) byte for
 // byte (ISO-8859-1, no code page) while fewer than size characters are written.
 // Returns the characters written; 0 for another count below 1 or a null pointer.
+// With count -1, a text of INT_MAX bytes or more counts as INT_MAX (no wrap).
 OVRA_EXTERN_C OVRA_API int OvraMultibyteToUnicode(const char* source, int count,
                                                   unsigned short* dest, int size);
 

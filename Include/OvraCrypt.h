@@ -15,7 +15,9 @@
 
 // Writes the Base64 text of length bytes of data into text (which must hold
 // 4 * ceil(length / 3) + 1 bytes) plus a zero; returns the characters before
-// the zero. A length of 0 or below writes only the zero and returns 0.
+// the zero. A length of 0 or below writes only the zero and returns 0. Sizes
+// are computed in size_t: INT_MAX bytes give 2863311532 characters, which the
+// unsigned result carries exactly.
 OVRA_EXTERN_C OVRA_API unsigned OvraBinToBase64(const unsigned char* data, int length,
                                                 char* text);
 
@@ -24,7 +26,9 @@ OVRA_EXTERN_C OVRA_API unsigned OvraBinToBase64(const unsigned char* data, int l
 // or any character outside the alphabet (whitespace included) or a length not
 // a multiple of 4. Lenient padding: "=" is accepted at the third or fourth
 // place of any group, even before a letter ("QQ=Q" gives two bytes). On
-// failure the groups before the bad one are already written.
+// failure the groups before the bad one are already written. A text that
+// decodes to more than INT_MAX bytes also gives 0 (after writing them all
+// into data, whose size the caller computed from the text), never a wrapped count.
 OVRA_EXTERN_C OVRA_API int OvraBase64ToBin(const char* text, unsigned char* data);
 
 // ---------------------------------------------------------------------------

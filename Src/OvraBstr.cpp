@@ -5,6 +5,7 @@
 #include "OvraBstr.h"
 
 #include <new>
+#include <limits.h>
 #include <stdint.h>
 #include <string.h>
 
@@ -192,11 +193,18 @@ int OvraStringToUtf8(const unsigned short* source, int count, char* dest, int si
   if (count < 1 || size < 1 || !source || !dest) return 0;
   const size_t n = static_cast<size_t>(count);
   const size_t room = static_cast<size_t>(size);
+  // A sequence that starts just below size may end 2 bytes beyond it, so
+  // with a size near INT_MAX the count could pass what the int result holds.
+  // The main loop therefore stops 2 bytes short of INT_MAX; the few
+  // characters that may follow are written only while their whole sequence
+  // keeps the count within INT_MAX.
+  const size_t kResultMax = static_cast<size_t>(INT_MAX);
+  const size_t safeRoom = room < kResultMax - 2 ? room : kResultMax - 2;
   size_t i = 0;
   size_t w = 0;
   // The room test comes once per character, not per byte: a sequence that
   // starts below size is written whole.
-  while (i < n && w < room) {
+  while (i < n && w < safeRoom) {
     const unsigned c = source[i];
     if (c < 0x80) {
       const size_t limit = (n - i < room - w) ? n - i : room - w;
@@ -215,6 +223,23 @@ int OvraStringToUtf8(const unsigned short* source, int count, char* dest, int si
       dest[w + 2] = static_cast<char>(0x80 | (c & 0x3F));
       w += 3;
     }
+    ++i;
+  }
+  while (i < n && w < room) {
+    const unsigned c = source[i];
+    const size_t length = c < 0x80 ? 1 : c < 0x800 ? 2 : 3;
+    if (w + length > kResultMax) break;
+    if (length == 1) {
+      dest[w] = static_cast<char>(c);
+    } else if (length == 2) {
+      dest[w] = static_cast<char>(0xC0 | (c >> 6));
+      dest[w + 1] = static_cast<char>(0x80 | (c & 0x3F));
+    } else {
+      dest[w] = static_cast<char>(0xE0 | (c >> 12));
+      dest[w + 1] = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+      dest[w + 2] = static_cast<char>(0x80 | (c & 0x3F));
+    }
+    w += length;
     ++i;
   }
   return static_cast<int>(w);

@@ -2,6 +2,7 @@
 // framework (block chaining and padding, stream framing, the crypter).
 #include "OvraCrypt.h"
 
+#include <limits.h>
 #include <stdint.h>
 #include <string.h>
 
@@ -243,6 +244,9 @@ int OvraBase64ToBin(const char* text, unsigned char* data) {
     out += n;
   }
   if (length % 4 != 0) return 0;
+  // More bytes than the int result can carry: a failure rather than a count
+  // that wraps to a negative or short one.
+  if (static_cast<size_t>(out - data) > static_cast<size_t>(INT_MAX)) return 0;
   return static_cast<int>(out - data);
 }
 

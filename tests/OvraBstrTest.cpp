@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "OvraCrt.h"
+#include "RepeatedMapping.h"
 #include "TestBstr.h"
 
 using namespace ovra_test;
@@ -270,6 +271,45 @@ TEST(Utf8ByteLenTest, SaturatesAtIntMaxInsteadOfWrapping) {
   }
   munmap(base, total);
   ASSERT_TRUE(mapped);
+}
+
+// 715,827,883 three-byte characters need 2,147,483,649 bytes: with a size of
+// INT_MAX the last one would start below the size and end beyond INT_MAX.
+// Source and destination are ranges of gigabytes backed by one megabyte.
+TEST(Utf8EncodeTest, ResultNeverPassesIntMaxWhenTheSizeIsNearIt) {
+  if (sizeof(void*) < 8) GTEST_SKIP() << "needs a 64-bit address space";
+  if (kAddressSanitized) GTEST_SKIP() << "gigabytes of checked accesses: run uninstrumented";
+  const unsigned short kThreeByte = 0x0800;
+  const size_t count = static_cast<size_t>(INT_MAX) / 3 + 1;
+  RepeatedMapping source(&kThreeByte, 2, count * 2, nullptr, 0, false);
+  const unsigned char zero = 0;
+  RepeatedMapping dest(&zero, 1, static_cast<size_t>(INT_MAX) + 3, nullptr, 0, true);
+  ASSERT_NE(source.Data(), nullptr);
+  ASSERT_NE(dest.Data(), nullptr);
+  const unsigned short* text = reinterpret_cast<const unsigned short*>(source.Data());
+  char* out = reinterpret_cast<char*>(dest.Data());
+  // Whole characters only, and the count is what was written.
+  EXPECT_EQ(OvraStringToUtf8(text, static_cast<int>(count), out, INT_MAX), INT_MAX - 1);
+  EXPECT_EQ(std::string(out + INT_MAX - 4, 3), Bytes({0xE0, 0xA0, 0x80}));
+}
+
+// INT_MAX ASCII bytes decode to INT_MAX characters: the largest count the
+// result carries, exactly.
+TEST(Utf8DecodeTest, DecodesIntMaxBytesIntoIntMaxCharacters) {
+  if (sizeof(void*) < 8) GTEST_SKIP() << "needs a 64-bit address space";
+  if (kAddressSanitized) GTEST_SKIP() << "gigabytes of checked accesses: run uninstrumented";
+  const char letter = 'q';
+  const char tail[4] = {'q', 'q', 'q', 'z'};
+  RepeatedMapping source(&letter, 1, static_cast<size_t>(INT_MAX) + 1, tail, 4, false);
+  const unsigned short zero = 0;
+  RepeatedMapping dest(&zero, 2, (static_cast<size_t>(INT_MAX) + 1) * 2, nullptr, 0, true);
+  ASSERT_NE(source.Data(), nullptr);
+  ASSERT_NE(dest.Data(), nullptr);
+  const char* text = reinterpret_cast<const char*>(source.Data());
+  unsigned short* out = reinterpret_cast<unsigned short*>(dest.Data());
+  // The last byte of the range ("z") lies beyond the count and is not read.
+  EXPECT_EQ(OvraUtf8ToString(text, INT_MAX, out, INT_MAX), INT_MAX);
+  EXPECT_EQ(out[INT_MAX - 1], 'q');
 }
 
 TEST(Utf8EncodeTest, EuroSignWithRoomForOneByteIsWrittenWhole) {

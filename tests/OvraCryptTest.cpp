@@ -3,6 +3,7 @@
 #include "OvraCrypt.h"
 
 #include <gtest/gtest.h>
+#include <limits.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -11,6 +12,7 @@
 #include <vector>
 
 #include "OvraCryptDes.h"
+#include "RepeatedMapping.h"
 #include "TestAllocator.h"
 
 #ifdef OVRA_HAVE_OPENSSL
@@ -288,6 +290,45 @@ TEST(Base64Test, ArbitraryBytesAreDecodedWithinTheDocumentedBuffers) {
     EXPECT_GE(n, 0);
     EXPECT_LE(static_cast<size_t>(n), data.size);
   }
+}
+
+// INT_MAX bytes encode to 2,863,311,532 characters: more than an int holds,
+// which the unsigned result carries exactly. The data are zero bytes of a
+// range backed by one megabyte; the text lands in another such range.
+TEST(Base64Test, EncodesIntMaxBytesWithAnExactCount) {
+  if (sizeof(void*) < 8) GTEST_SKIP() << "needs a 64-bit address space";
+  if (ovra_test::kAddressSanitized) GTEST_SKIP() << "gigabytes of checked accesses: run uninstrumented";
+  const unsigned char zero = 0;
+  ovra_test::RepeatedMapping data(&zero, 1, static_cast<size_t>(INT_MAX) + 1, nullptr, 0, false);
+  const size_t textSize = (static_cast<size_t>(INT_MAX) + 2) / 3 * 4 + 1;
+  ovra_test::RepeatedMapping text(&zero, 1, textSize + 7, nullptr, 0, true);
+  ASSERT_NE(data.Data(), nullptr);
+  ASSERT_NE(text.Data(), nullptr);
+  char* out = reinterpret_cast<char*>(text.Data());
+  EXPECT_EQ(OvraBinToBase64(data.Data(), INT_MAX, out), 2863311532u);
+  EXPECT_EQ(std::string(out + 2863311532u - 8, 9), std::string("AAAAAA==", 9));
+}
+
+// A text of 715,827,883 groups decodes to 2,147,483,649 bytes, beyond what
+// the int result holds: the call fails instead of returning a wrapped count.
+// One group fewer, padded to one byte, gives exactly INT_MAX bytes.
+TEST(Base64Test, DecodingMoreThanIntMaxBytesFailsInsteadOfWrapping) {
+  if (sizeof(void*) < 8) GTEST_SKIP() << "needs a 64-bit address space";
+  if (ovra_test::kAddressSanitized) GTEST_SKIP() << "gigabytes of checked accesses: run uninstrumented";
+  const size_t length = 2863311532u;  // 715,827,883 groups of four
+  const char letter = 'A';
+  const char overTail[5] = {'A', 'A', 'A', 'A', '\0'};
+  const char exactTail[5] = {'Q', 'Q', '=', '=', '\0'};
+  ovra_test::RepeatedMapping over(&letter, 1, length + 1, overTail, 5, false);
+  ovra_test::RepeatedMapping exact(&letter, 1, length + 1, exactTail, 5, false);
+  const unsigned char zero = 0;
+  ovra_test::RepeatedMapping data(&zero, 1, length / 4 * 3 + 8, nullptr, 0, true);
+  ASSERT_NE(over.Data(), nullptr);
+  ASSERT_NE(exact.Data(), nullptr);
+  ASSERT_NE(data.Data(), nullptr);
+  EXPECT_EQ(OvraBase64ToBin(reinterpret_cast<const char*>(exact.Data()), data.Data()), INT_MAX);
+  EXPECT_EQ(data.Data()[INT_MAX - 1], 'A');
+  EXPECT_EQ(OvraBase64ToBin(reinterpret_cast<const char*>(over.Data()), data.Data()), 0);
 }
 
 TEST(Base64Test, RoundTripsEveryLengthUpTo300) {

@@ -14,8 +14,9 @@ namespace {
 using ovratool::OptionSpec;
 using ovratool::ParsedArgs;
 
-const OptionSpec kSpecs[] = {
-    {"key", 'k', true}, {"decode", 'd', false}, {nullptr, 0, false}};
+const OptionSpec kSpecs[] = {{"key", 'k', true},        {"decode", 'd', false},
+                             {"ignore", 'i', false},     {"iv", 0, true, "iv"},
+                             {"decimal", 0, false},      {nullptr, 0, false}};
 
 // Parses the words as a subcommand's arguments (the first is its name).
 bool Parse(std::vector<std::string> words, ParsedArgs& args) {
@@ -48,6 +49,58 @@ TEST(ToolCommonTest, HelpIsRecognisedEverywhere) {
   ParsedArgs longForm;
   ASSERT_TRUE(Parse({"cmd", "--help"}, longForm));
   EXPECT_TRUE(longForm.help);
+}
+
+TEST(ToolCommonTest, GroupsShortOptionsAndTakesAttachedValues) {
+  ParsedArgs args;
+  ASSERT_TRUE(Parse({"cmd", "-di", "-k00ff", "-dik", "abcd", "f"}, args));
+  EXPECT_EQ(args.names, (std::vector<std::string>{"decode", "ignore", "key", "decode", "ignore",
+                                                  "key"}));
+  EXPECT_EQ(args.values[2], "00ff");
+  EXPECT_EQ(args.values[5], "abcd");
+  EXPECT_EQ(args.operands, std::vector<std::string>{"f"});
+  ParsedArgs bad;
+  EXPECT_FALSE(Parse({"cmd", "-dx"}, bad));  // one unknown letter spoils the group
+  ParsedArgs missing;
+  EXPECT_FALSE(Parse({"cmd", "-dk"}, missing));  // the value is missing
+}
+
+TEST(ToolCommonTest, LongNamesMayBeShortenedToAnUnsharedPrefix) {
+  ParsedArgs args;
+  ASSERT_TRUE(Parse({"cmd", "--k=00", "--ig", "--deco", "--deci", "--he"}, args));
+  EXPECT_EQ(args.names, (std::vector<std::string>{"key", "ignore", "decode", "decimal"}));
+  EXPECT_TRUE(args.help);
+  ParsedArgs ambiguous;
+  EXPECT_FALSE(Parse({"cmd", "--de"}, ambiguous));  // decode or decimal
+}
+
+TEST(ToolCommonTest, AcceptsAWordAfterASingleDashWhereDeclared) {
+  ParsedArgs args;
+  ASSERT_TRUE(Parse({"cmd", "-iv", "0011", "--iv=22"}, args));
+  EXPECT_EQ(args.names, (std::vector<std::string>{"iv", "iv"}));
+  EXPECT_EQ(args.values[0], "0011");
+  ParsedArgs missing;
+  EXPECT_FALSE(Parse({"cmd", "-iv"}, missing));
+}
+
+TEST(ToolCommonTest, QuotesNamesAsTheUsualToolsDo) {
+  EXPECT_EQ(ovratool::Quote("a/b-c_d.txt"), "a/b-c_d.txt");
+  EXPECT_EQ(ovratool::Quote("a b"), "'a b'");
+  EXPECT_EQ(ovratool::Quote("it's"), "'it'\\''s'");
+  EXPECT_EQ(ovratool::Quote("n\nl"), "$'n\\nl'");
+  EXPECT_EQ(ovratool::Quote(""), "''");
+}
+
+TEST(ToolCommonTest, ReadsCountsOfUpTo18Digits) {
+  unsigned long long n = 7;
+  EXPECT_TRUE(ovratool::ParseCount("0", n));
+  EXPECT_EQ(n, 0u);
+  EXPECT_TRUE(ovratool::ParseCount("999999999999999999", n));
+  EXPECT_EQ(n, 999999999999999999ull);
+  EXPECT_FALSE(ovratool::ParseCount("1000000000000000000", n));
+  EXPECT_FALSE(ovratool::ParseCount("", n));
+  EXPECT_FALSE(ovratool::ParseCount("-1", n));
+  EXPECT_FALSE(ovratool::ParseCount("12x", n));
 }
 
 TEST(ToolCommonTest, RefusesUnknownOptionsAndMissingOrUnwantedValues) {

@@ -23,6 +23,7 @@ test -f "$libdir/pkgconfig/ovra.pc"
 # The command-line program, when built, finds the installed library by itself.
 if [ -n "$tool_version" ]; then
   test -x "$prefix/bin/ovra"
+  test -f "$prefix/share/man/man1/ovra.1"   # its manual page
   [ "$("$prefix/bin/ovra" --version)" = "ovra $tool_version" ]
   [ "$(printf abc | "$prefix/bin/ovra" md5)" = "900150983cd24fb0d6963f7d28e17f72  -" ]
 fi

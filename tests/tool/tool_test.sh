@@ -141,15 +141,100 @@ expect_same "checksum of a pipe" "$work/a" "$work/b"
 # --- Base64 --------------------------------------------------------------------
 section "Base64"
 for f in "${all[@]}"; do
-  ovra base64 "$f" > "$work/a"; base64 -w0 "$f" > "$work/b"
+  ovra base64 "$f" > "$work/a"; base64 "$f" > "$work/b"
   expect_same "base64 of $f" "$work/a" "$work/b"
-  ovra base64 -d "$work/b" > "$work/c"
+  ovra base64 -w0 "$f" > "$work/a"; base64 -w0 "$f" > "$work/b0"
+  expect_same "base64 -w0 of $f" "$work/a" "$work/b0"
+  ovra base64 -d "$work/b0" > "$work/c"
   expect_same "base64 -d of unwrapped text of $f" "$work/c" "$f"
-  base64 "$f" | ovra base64 --decode > "$work/c"
+  ovra base64 --decode < "$work/b" > "$work/c"
   expect_same "base64 -d of wrapped text of $f" "$work/c" "$f"
 done
-cat "${big[0]}" | ovra base64 > "$work/a"; base64 -w0 < "${big[0]}" > "$work/b"
+# Around the 57-byte (76-column) line boundary, and other widths.
+for size in 56 57 58 114 115; do
+  head -c "$size" "${big[0]}" > "$work/edge"
+  for wrap in -w1 "-w 75" --wrap=77 "--wrap 1000"; do
+    ovra base64 $wrap "$work/edge" > "$work/a"; base64 $wrap "$work/edge" > "$work/b"
+    expect_same "base64 $wrap of $size bytes" "$work/a" "$work/b"
+  done
+done
+cat "${big[0]}" | ovra base64 > "$work/a"; base64 < "${big[0]}" > "$work/b"
 expect_same "base64 of a pipe" "$work/a" "$work/b"
+# Decoding, valid or not, as base64 -d and -di do: the same bytes out, the
+# same success or failure, on random text over the characters that matter.
+awk 'BEGIN { srand(4242); n = split("A Q B g = = \n \r * _ - +", set, " ");
+             set[n + 1] = "\n";
+             for (i = 0; i < 150; i++) { line = ""; len = int(rand() * 14);
+               for (j = 0; j < len; j++) line = line set[1 + int(rand() * (n + 1))];
+               printf "%s\x01", line } }' > "$work/fuzz64"
+fuzz_failures=0
+while IFS= read -r -d $'\x01' text; do
+  for flags in -d -di; do
+    printf '%s' "$text" | ovra base64 $flags > "$work/a" 2>/dev/null; s1=$?
+    printf '%s' "$text" | base64 $flags > "$work/b" 2>/dev/null; s2=$?
+    if ! cmp -s "$work/a" "$work/b" || [ $((s1 != 0)) != $((s2 != 0)) ]; then
+      fuzz_failures=$((fuzz_failures + 1))
+      echo "base64 $flags of $(printf '%q' "$text"): status $s1 against $s2" >&2
+    fi
+  done
+done < "$work/fuzz64"
+if [ $fuzz_failures = 0 ]; then pass; else fail "base64 -d on random text: $fuzz_failures differences"; fi
+# Zero bytes are invalid input, and ignored with -i, as base64 treats them.
+printf 'aGVs\0bG8=QUF' > "$work/nul64"
+for flags in -d -di; do
+  ovra base64 $flags "$work/nul64" > "$work/a" 2>/dev/null; s1=$?
+  base64 $flags "$work/nul64" > "$work/b" 2>/dev/null; s2=$?
+  if cmp -s "$work/a" "$work/b" && [ $s1 = 1 ] && [ $s2 = 1 ]; then pass
+  else fail "base64 $flags of text with a zero byte: status $s1"; fi
+done
+
+# --- digest listings and their checks -------------------------------------------
+section "digest listings and checks"
+mkdir -p "$work/sums"
+(
+  cd "$work/sums" || exit 1
+  cp "${files[3]}" "plain"; cp "${files[4]}" "back\\slash"; cp "${files[5]}" "new
+line"; cp "${files[6]}" "$(printf 'carriage\rreturn')"; cp "${files[7]}" "a b"
+  cp "${files[8]}" " lead"; : > empty
+)
+names=(plain "back\\slash" "new
+line" "$(printf 'carriage\rreturn')" "a b" empty)
+for pair in "md5 md5sum" "sha1 sha1sum"; do
+  read -r ours theirs <<<"$pair"
+  for flags in "" -b -t --tag "--tag -b" --binary; do
+    (cd "$work/sums" && ovra $ours $flags "${names[@]}" > ../a; $theirs $flags "${names[@]}" > ../b)
+    expect_same "$ours $flags listing" "$work/a" "$work/b"
+  done
+  # A listing of every kind of line: both styles, escaped names, comments,
+  # empty and malformed lines, CR LF ends, a mismatch and missing files.
+  (
+    cd "$work/sums" || exit 1
+    $theirs "${names[@]}" > list
+    $theirs --tag plain "a b" "back\\slash" >> list
+    printf '# a comment\n\nnot a listing line\n' >> list
+    $theirs -b empty | sed 's/$/\r/' >> list
+    $theirs plain | sed 's/^\(.\)/0/' >> list
+    $theirs plain | sed 's/plain$/missing/' >> list
+    $theirs plain | sed 's/ plain$/ lead/' >> list
+    $theirs --tag plain | tr a-f A-F | sed 's/^SHA1/SHA1/;s/^MD5/MD5/' >> list
+    printf 'MD5 (x) = 123\nSHA1 (x)\n\\%s  bad\\qescape\n' "$($theirs plain | cut -d' ' -f1)" >> list
+    $theirs empty plain > short
+    $theirs plain | sed 's/  / /' > reversed
+    printf 'nothing to see\n' > none
+  )
+  for flags in "" --quiet --status --strict -w "--warn --quiet" "--quiet --status" --ignore-missing; do
+    for listing in list short reversed none "short reversed"; do
+      (cd "$work/sums" && ovra $ours -c $flags $listing > ../a 2> ../ea; echo $? > ../sa
+       $theirs -c $flags $listing > ../b 2> ../eb; echo $? > ../sb)
+      sed "s/^ovra $ours: /$theirs: /" "$work/ea" > "$work/ea2"
+      if cmp -s "$work/a" "$work/b" && cmp -s "$work/sa" "$work/sb" && cmp -s "$work/ea2" "$work/eb"; then pass
+      else fail "$ours -c $flags $listing: $(cat "$work/sa") against $(cat "$work/sb"); $(diff "$work/ea2" "$work/eb" | head -5)"; fi
+    done
+  done
+  # The listing read from standard input.
+  (cd "$work/sums" && $theirs plain "a b" | ovra $ours -c - > ../a; $theirs plain "a b" | $theirs -c - > ../b)
+  expect_same "$ours -c of standard input" "$work/a" "$work/b"
+done
 
 # --- ciphers -------------------------------------------------------------------
 section "ciphers"
@@ -183,6 +268,29 @@ if [ $have_legacy = 1 ]; then
   cipher_check rc2-cbc rc2-40-cbc 8899aabbcc 0011223344556677
   cipher_check rc2-cbc rc2-64-cbc 0123456789abcdef 7766554433221100 --bits 64
   cipher_check rc4 rc4 0123456789abcdeffedcba9876543210 ""
+fi
+# A command line written for openssl enc with raw keys, unchanged: the same
+# bytes, short keys and IVs padded, long ones cut, an unused IV ignored.
+if [ $have_legacy = 1 ]; then
+  for spec in "des-cbc 0123456789abcdef 1122334455667788" "des-cbc 0123 11" \
+              "des 0123456789abcdef00 1122334455667788aa" "des-ecb 0e329232ea6d0d73 -" \
+              "des-ecb 0e32 0011" "rc2-cbc 000102030405060708090a0b0c0d0e0f f0e1d2c3b4a59687" \
+              "rc2 0011 0011223344556677" "rc2-ecb 00112233445566778899 -" \
+              "rc2-40-cbc 8899aabbcc 0011223344556677" "rc2-64-cbc 0123456789abcdef 7766554433221100" \
+              "rc4 6b6579 -" "rc4 0123456789abcdeffedcba98765432100011 -" "rc4 abc 00"; do
+    read -r name key iv <<<"$spec"
+    ivs=(); [ "$iv" != - ] && ivs=(-iv "$iv")
+    for f in "${files[0]}" "${files[1]}" "${files[9]}" "${files[20]}" "${big[1]}"; do
+      openssl enc -"$name" "${legacy[@]}" -K "$key" "${ivs[@]}" -nosalt -in "$f" -out "$work/enc.ref" 2>/dev/null
+      ovra encrypt -"$name" -K "$key" "${ivs[@]}" -nosalt -in "$f" -out "$work/enc.ovra" 2>/dev/null
+      expect_same "encrypt -$name -K $key ${ivs[*]} of $f" "$work/enc.ovra" "$work/enc.ref"
+      ovra decrypt -"$name" -K "$key" "${ivs[@]}" -nosalt -in "$work/enc.ref" > "$work/dec" 2>/dev/null
+      expect_same "decrypt -$name -K $key ${ivs[*]} of $f" "$work/dec" "$f"
+    done
+  done
+  # A bad digit fails both.
+  ovra encrypt -des-cbc -K 0g23456789abcdef -iv 00 -in "${files[9]}" > /dev/null 2>&1; s1=$?
+  if [ $s1 != 0 ]; then pass; else fail "encrypt -K with a bad digit succeeded"; fi
 fi
 # Whatever openssl offers, every cipher must undo itself.
 for spec in "des-cbc 133457799bbcdff1 0123456789abcdef" "des-ecb 0e329232ea6d0d73 -" \
@@ -283,7 +391,8 @@ expect_error 2 hmac --digest sha256 --key 00 "$work/one"
 expect_error 2 hmac --key 00 "$work/one"
 expect_error 2 hmac --digest md5
 expect_error 1 hmac --digest md5 --key 00 "$work/missing"
-expect_error 2 base64 --wrap 0
+expect_error 2 base64 --wrap x
+expect_error 2 base64 --wrap -1
 expect_error 1 base64 "$work/missing"
 printf 'QUJD\nQU*D\n' > "$work/bad64"
 expect_error 1 base64 -d "$work/bad64"

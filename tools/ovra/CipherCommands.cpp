@@ -1,6 +1,7 @@
 // CipherCommands.cpp - encrypt and decrypt: DES and RC2 in CBC or ECB mode
 // with PKCS #5 padding, and RC4, streaming from a file or standard input to
 // standard output with raw keys and IVs given in hexadecimal.
+#include <errno.h>
 #include <stdio.h>
 #include <string.h>
 
@@ -15,39 +16,91 @@
 namespace ovratool {
 namespace {
 
-// The ciphers the command knows, with the key lengths each accepts.
+// The ciphers the command knows, with the key lengths each accepts and the
+// one a key given with -K is fitted to (the cipher's fixed key length in the
+// usual "enc" command).
 struct CipherKind {
   const char* name;
   enum { kDes, kRc2, kRc4 } family;
   TBlockCipher::ECipherMode mode;
   size_t minKey;
   size_t maxKey;
+  size_t fittedKey;
 };
 
 const CipherKind kCiphers[] = {
-    {"des-cbc", CipherKind::kDes, TBlockCipher::eCbc, 8, 8},
-    {"des-ecb", CipherKind::kDes, TBlockCipher::eEcb, 8, 8},
-    {"rc2-cbc", CipherKind::kRc2, TBlockCipher::eCbc, 1, 128},
-    {"rc2-ecb", CipherKind::kRc2, TBlockCipher::eEcb, 1, 128},
-    {"rc4", CipherKind::kRc4, TBlockCipher::eCbc, 1, 256},
+    {"des-cbc", CipherKind::kDes, TBlockCipher::eCbc, 8, 8, 8},
+    {"des-ecb", CipherKind::kDes, TBlockCipher::eEcb, 8, 8, 8},
+    {"rc2-cbc", CipherKind::kRc2, TBlockCipher::eCbc, 1, 128, 16},
+    {"rc2-ecb", CipherKind::kRc2, TBlockCipher::eEcb, 1, 128, 16},
+    {"rc2-40-cbc", CipherKind::kRc2, TBlockCipher::eCbc, 5, 5, 5},
+    {"rc2-64-cbc", CipherKind::kRc2, TBlockCipher::eCbc, 8, 8, 8},
+    {"rc4", CipherKind::kRc4, TBlockCipher::eCbc, 1, 256, 16},
 };
+
+// Other spellings of cipher names that the usual "enc" command accepts.
+const struct {
+  const char* alias;
+  const char* name;
+} kCipherAliases[] = {{"des", "des-cbc"}, {"rc2", "rc2-cbc"}};
+
+const char kCipherList[] = "des-cbc, des-ecb, rc2-cbc, rc2-ecb, rc2-40-cbc, rc2-64-cbc or rc4";
 
 const OptionSpec kSpecs[] = {{"cipher", 0, true},
                              {"key", 0, true},
                              {"iv", 0, true},
                              {"bits", 0, true},
+                             {"K", 'K', true},
+                             {"fitted-iv", 0, true, "iv"},
+                             {"in", 0, true, "in"},
+                             {"out", 0, true, "out"},
+                             {"nosalt", 0, false, "nosalt"},
                              {nullptr, 0, false}};
 
-void PrintHelp(const char* command) {
-  printf("Usage: ovra %s --cipher NAME --key HEX [--iv HEX] [--bits N] [FILE]\n"
-         "%ss FILE (standard input when absent or -) to standard output.\n"
-         "NAME is des-cbc, des-ecb, rc2-cbc, rc2-ecb or rc4. Keys and IVs are raw\n"
-         "bytes in hexadecimal (no password, no salt): DES takes an 8-byte key, RC2\n"
-         "1 to 128 bytes, RC4 1 to 256 bytes. The CBC modes need an 8-byte --iv;\n"
-         "ECB and RC4 take none. --bits sets RC2's effective key bits (1 to 1024,\n"
-         "default 8 times the key length, at most 1024). Block modes use PKCS #5\n"
-         "padding; decryption checks it and fails on a wrong key or damaged data.\n",
-         command, strcmp(command, "encrypt") == 0 ? "Encrypt" : "Decrypt");
+int PrintHelp(const char* command) {
+  return Help(command, Format(
+      "Usage: ovra %s --cipher NAME --key HEX [--iv HEX] [--bits N] [FILE]\n"
+      "       ovra %s -NAME -K HEX [-iv HEX] [-nosalt] [-in FILE] [-out FILE]\n"
+      "%ss FILE (standard input when absent or -) to standard output.\n"
+      "NAME is des-cbc (or des), des-ecb, rc2-cbc (or rc2), rc2-ecb, rc2-40-cbc,\n"
+      "rc2-64-cbc or rc4. Keys and IVs are raw bytes in hexadecimal (no password,\n"
+      "no salt): DES takes an 8-byte key, RC2 1 to 128 bytes (rc2-40-cbc 5,\n"
+      "rc2-64-cbc 8), RC4 1 to 256 bytes. The CBC modes need an 8-byte --iv;\n"
+      "ECB and RC4 take none. --bits sets RC2's effective key bits (1 to 1024,\n"
+      "default 8 times the key length, at most 1024). Block modes use PKCS #5\n"
+      "padding; decryption checks it and fails on a wrong key or damaged data.\n"
+      "The second form takes the options of the usual \"enc\" command with raw\n"
+      "keys and gives the same bytes: -K and -iv are fitted to the cipher's\n"
+      "length there (16 bytes for rc2-cbc, rc2-ecb and rc4), short ones padded\n"
+      "with zero bytes and long ones cut, with a warning; an -iv the cipher does\n"
+      "not use is ignored with a warning; -nosalt changes nothing; -in names the\n"
+      "input and -out the output file.\n",
+      command, command, strcmp(command, "encrypt") == 0 ? "Encrypt" : "Decrypt"));
+}
+
+// Reads hexadecimal text into exactly size bytes as the usual "enc" command
+// reads -K and -iv: excess digits are ignored and missing ones are zero (with
+// a warning each), an odd digit count fills the high half of the last byte.
+bool ParseFittedHex(const char* command, const std::string& text, size_t size,
+                    std::vector<unsigned char>& out) {
+  size_t digits = text.size();
+  if (digits > 2 * size) {
+    Report(command, "warning: hex string is too long, ignoring excess");
+    digits = 2 * size;
+  } else if (digits < 2 * size) {
+    Report(command, "warning: hex string is too short, padding with zero bytes to length");
+  }
+  out.assign(size, 0);
+  for (size_t i = 0; i < digits; ++i) {
+    const char c = text[i];
+    int value;
+    if (c >= '0' && c <= '9') value = c - '0';
+    else if (c >= 'a' && c <= 'f') value = c - 'a' + 10;
+    else if (c >= 'A' && c <= 'F') value = c - 'A' + 10;
+    else return false;
+    out[i / 2] = static_cast<unsigned char>(i % 2 ? out[i / 2] | value : value << 4);
+  }
+  return true;
 }
 
 // Reads input to its end and passes whole blocks through the cipher (in its
@@ -127,34 +180,74 @@ bool RunBlockCipher(const char* command, TBlockCipher& cipher, TBlockCipher::ECi
 }
 
 int RunCipher(const char* command, TCipher::ECipherOp op, int argc, char** argv) {
-  ParsedArgs args;
-  if (!ParseArgs(command, argc, argv, kSpecs, args)) return kExitUsage;
-  if (args.help) {
-    PrintHelp(command);
-    return kExitOk;
+  // "-des-cbc" and the like name the cipher, as in the usual "enc" command.
+  std::vector<std::string> rewritten;
+  for (int i = 0; i < argc; ++i) {
+    std::string arg = argv[i];
+    if (i > 0 && arg.size() > 1 && arg[0] == '-' && arg[1] != '-') {
+      std::string word = arg.substr(1);
+      for (const auto& alias : kCipherAliases) {
+        if (word == alias.alias) word = alias.name;
+      }
+      for (const CipherKind& kind : kCiphers) {
+        if (word == kind.name) arg = "--cipher=" + word;
+      }
+    }
+    if (arg == "--") {
+      for (; i < argc; ++i) rewritten.push_back(argv[i]);
+      break;
+    }
+    rewritten.push_back(arg);
   }
+  std::vector<char*> rewrittenArgv;
+  for (std::string& arg : rewritten) rewrittenArgv.push_back(&arg[0]);
+  ParsedArgs args;
+  if (!ParseArgs(command, static_cast<int>(rewrittenArgv.size()), rewrittenArgv.data(), kSpecs,
+                 args))
+    return kExitUsage;
+  if (args.help) return PrintHelp(command);
   if (!CheckOperandCount(command, args, 1)) return kExitUsage;
+  if (args.Has("in") && !args.operands.empty()) {
+    Report(command, "give the input either as FILE or with -in, not both");
+    return kExitUsage;
+  }
   const std::string* cipherName = args.Value("cipher");
   if (!cipherName) {
-    Report(command, "missing --cipher (des-cbc, des-ecb, rc2-cbc, rc2-ecb or rc4)");
+    Report(command, "missing --cipher (%s)", kCipherList);
     return kExitUsage;
   }
   const CipherKind* kind = nullptr;
   for (const CipherKind& candidate : kCiphers) {
     if (*cipherName == candidate.name) kind = &candidate;
   }
+  for (const auto& alias : kCipherAliases) {
+    if (*cipherName == alias.alias) {
+      for (const CipherKind& candidate : kCiphers) {
+        if (strcmp(alias.name, candidate.name) == 0) kind = &candidate;
+      }
+    }
+  }
   if (!kind) {
-    Report(command, "unknown cipher '%s' (des-cbc, des-ecb, rc2-cbc, rc2-ecb or rc4)",
-           cipherName->c_str());
+    Report(command, "unknown cipher '%s' (%s)", cipherName->c_str(), kCipherList);
     return kExitUsage;
   }
   const std::string* keyText = args.Value("key");
+  const std::string* fittedKeyText = args.Value("K");
   std::vector<unsigned char> key;
-  if (!keyText) {
+  if (keyText && fittedKeyText) {
+    Report(command, "give the key either with --key or with -K, not both");
+    return kExitUsage;
+  }
+  if (!keyText && !fittedKeyText) {
     Report(command, "missing --key HEX");
     return kExitUsage;
   }
-  if (!ParseHex(*keyText, key)) {
+  if (fittedKeyText) {
+    if (!ParseFittedHex(command, *fittedKeyText, kind->fittedKey, key)) {
+      Report(command, "bad hexadecimal key '%s'", fittedKeyText->c_str());
+      return kExitUsage;
+    }
+  } else if (!ParseHex(*keyText, key)) {
     Report(command, "bad hexadecimal key '%s'", keyText->c_str());
     return kExitUsage;
   }
@@ -170,8 +263,17 @@ int RunCipher(const char* command, TCipher::ECipherOp op, int argc, char** argv)
   }
   const bool needsIv = kind->family != CipherKind::kRc4 && kind->mode == TBlockCipher::eCbc;
   const std::string* ivText = args.Value("iv");
+  const std::string* fittedIvText = args.Value("fitted-iv");
   std::vector<unsigned char> iv;
-  if (needsIv && !ivText) {
+  if (ivText && fittedIvText) {
+    Report(command, "give the IV either with --iv or with -iv, not both");
+    return kExitUsage;
+  }
+  if (fittedIvText && !needsIv) {
+    Report(command, "warning: iv not used by this cipher");
+    fittedIvText = nullptr;
+  }
+  if (needsIv && !ivText && !fittedIvText) {
     Report(command, "%s needs --iv HEX (8 bytes)", kind->name);
     return kExitUsage;
   }
@@ -181,6 +283,10 @@ int RunCipher(const char* command, TCipher::ECipherOp op, int argc, char** argv)
   }
   if (ivText && (!ParseHex(*ivText, iv) || iv.size() != 8)) {
     Report(command, "bad IV '%s': 8 bytes in hexadecimal expected", ivText->c_str());
+    return kExitUsage;
+  }
+  if (fittedIvText && !ParseFittedHex(command, *fittedIvText, 8, iv)) {
+    Report(command, "bad IV '%s': hexadecimal expected", fittedIvText->c_str());
     return kExitUsage;
   }
   long bits = static_cast<long>(key.size() * 8 > 1024 ? 1024 : key.size() * 8);
@@ -194,8 +300,15 @@ int RunCipher(const char* command, TCipher::ECipherOp op, int argc, char** argv)
       return kExitUsage;
     }
   }
+  if (const std::string* outName = args.Value("out")) {
+    if (!freopen(outName->c_str(), "wb", stdout)) {
+      Report(command, "%s: %s", Quote(*outName).c_str(), strerror(errno));
+      return kExitFailure;
+    }
+  }
 
-  const std::string name = args.operands.empty() ? "-" : args.operands[0];
+  const std::string* inName = args.Value("in");
+  const std::string name = inName ? *inName : args.operands.empty() ? "-" : args.operands[0];
   Input input;
   if (!input.Open(command, name)) return kExitFailure;
   const unsigned keyLength = static_cast<unsigned>(key.size());

@@ -1,6 +1,6 @@
 // EncodingCommands.cpp - base64, html2text, text2html and utf8: the text and
-// data encodings of the library applied to files or standard input.
-#include <limits.h>
+// data encodings of the library applied to files or standard input, streamed
+// so that memory stays bounded whatever the size of the input.
 #include <stdio.h>
 #include <string.h>
 
@@ -9,20 +9,48 @@
 
 #include "OvraBstr.h"
 #include "OvraCrypt.h"
+#include "TextStreams.h"
 #include "ToolCommon.h"
 
 namespace ovratool {
 namespace {
 
-// The largest input the whole-text commands accept: their conversions count
-// in ints, and a 16-bit copy of the text has to fit beside it.
-constexpr size_t kMaxWholeInput = 0x10000000;  // 256 MiB
+// --- Base64 ------------------------------------------------------------------
 
-bool EncodeBase64(const char* command, Input& input) {
+// The line length of encoded text unless --wrap says otherwise.
+constexpr unsigned long long kDefaultWrap = 76;
+
+bool IsBase64Letter(unsigned char c) {
+  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '+' ||
+         c == '/';
+}
+
+// Writes text broken into lines of wrap characters (0: one line), column
+// being the length of the line already written.
+bool WriteWrapped(const char* command, const char* text, size_t size, unsigned long long wrap,
+                  unsigned long long& column) {
+  if (wrap == 0) return Write(command, text, size);
+  while (size > 0) {
+    if (column == wrap) {
+      if (!Write(command, "\n", 1)) return false;
+      column = 0;
+    }
+    const unsigned long long room = wrap - column;
+    const size_t n = room < size ? static_cast<size_t>(room) : size;
+    if (!Write(command, text, n)) return false;
+    column += n;
+    text += n;
+    size -= n;
+  }
+  return true;
+}
+
+bool EncodeBase64(const char* command, Input& input, unsigned long long wrap) {
   constexpr size_t kGroupBytes = 3 * 16384;  // whole groups of three per call
   std::vector<unsigned char> data(kGroupBytes + kChunkSize);
   std::vector<char> text(4 * (data.size() / 3 + 1) + 1);
   size_t have = 0;
+  unsigned long long column = 0;
   for (;;) {
     const size_t got = input.Read(data.data() + have, kChunkSize);
     have += got;
@@ -31,67 +59,137 @@ bool EncodeBase64(const char* command, Input& input) {
     if (take > 0) {
       const unsigned written =
           OvraBinToBase64(data.data(), static_cast<int>(take), text.data());
-      if (!Write(command, text.data(), written)) return false;
+      if (!WriteWrapped(command, text.data(), written, wrap, column)) return false;
       memmove(data.data(), data.data() + take, have - take);
       have -= take;
     }
     if (end) break;
   }
-  return !input.Failed();
+  if (input.Failed()) return false;
+  // The last line ends with a line feed, unless there is no line at all.
+  return wrap == 0 || column == 0 || Write(command, "\n", 1);
 }
 
-bool DecodeBase64(const char* command, Input& input) {
-  std::vector<unsigned char> chunk(kChunkSize);
-  std::string text;  // characters not yet decoded, line breaks left out
-  std::vector<unsigned char> data(3 * (kChunkSize / 4 + 2));
-  for (;;) {
-    const size_t got = input.Read(chunk.data(), chunk.size());
-    for (size_t i = 0; i < got; ++i) {
-      if (chunk[i] != '\n' && chunk[i] != '\r') text += static_cast<char>(chunk[i]);
+// Base64 text decoded as the usual command-line tool decodes it: line feeds
+// are ignored anywhere; the text is read in groups of four characters, each
+// either four letters, three letters and "=", or two letters and "=="; the
+// first group that is none of these (any other character, a zero byte or a
+// carriage return among them) or an unfinished group at the end ends the
+// decoding with an error, after the bytes its leading letters make. With
+// ignoreGarbage, every character but the letters and "=" is left out first.
+class Base64Decoder {
+ public:
+  Base64Decoder(const char* command, bool ignoreGarbage)
+      : m_command(command), m_ignoreGarbage(ignoreGarbage) {}
+
+  // Decodes one piece of input; false when the text is invalid (reported)
+  // or output fails.
+  bool Add(const unsigned char* data, size_t size) {
+    for (size_t i = 0; i < size; ++i) {
+      const unsigned char c = data[i];
+      if (c == '\n') continue;
+      if (m_ignoreGarbage && !IsBase64Letter(c) && c != '=') continue;
+      m_text.push_back(static_cast<char>(c));
     }
-    const size_t take = got == 0 ? text.size() : text.size() / 4 * 4;
-    if (take > 0) {
-      if (take % 4 != 0) {
-        Report(command, "invalid input: truncated Base64 text");
-        return false;
+    size_t good = 0;  // characters of whole, valid groups
+    bool bad = false;
+    while (m_text.size() - good >= 4) {
+      if (!ValidGroup(m_text.data() + good)) {
+        bad = true;
+        break;
       }
-      const std::string group = text.substr(0, take);
-      if (data.size() < take / 4 * 3) data.resize(take / 4 * 3);
-      const int written = OvraBase64ToBin(group.c_str(), data.data());
-      if (written <= 0) {
-        Report(command, "invalid input: not Base64 text");
-        return false;
-      }
-      if (!Write(command, data.data(), static_cast<size_t>(written))) return false;
-      text.erase(0, take);
+      good += 4;
     }
-    if (got == 0) break;
+    if (!DecodeGroups(good)) return false;
+    if (bad) return Fail(4);
+    return true;
   }
-  return !input.Failed();
-}
 
-// Decodes UTF-8 into 16-bit text; reports and returns false when the text is
-// too long for the library's strings.
-bool Utf8ToWide(const char* command, const std::string& bytes, std::vector<unsigned short>& wide) {
-  if (bytes.size() > kMaxWholeInput) {
-    Report(command, "input too large (at most %u bytes)", static_cast<unsigned>(kMaxWholeInput));
+  // The end of the input: an unfinished group is an error.
+  bool Finish() { return m_text.empty() || Fail(m_text.size()); }
+
+ private:
+  static bool ValidGroup(const char* g) {
+    const unsigned char a = g[0], b = g[1], c = g[2], d = g[3];
+    if (!IsBase64Letter(a) || !IsBase64Letter(b)) return false;
+    if (c == '=') return d == '=';
+    return IsBase64Letter(c) && (d == '=' || IsBase64Letter(d));
+  }
+
+  // Decodes the first count characters of the text (whole valid groups) with
+  // the library and drops them from the text.
+  bool DecodeGroups(size_t count) {
+    if (count == 0) return true;
+    std::string groups = m_text.substr(0, count);
+    m_data.resize(count / 4 * 3);
+    const int written = OvraBase64ToBin(groups.c_str(), m_data.data());
+    m_text.erase(0, count);
+    if (written <= 0) {
+      Report(m_command, "invalid input");
+      return false;
+    }
+    return Write(m_command, m_data.data(), static_cast<size_t>(written));
+  }
+
+  // The bad or unfinished group of length characters at the start of the
+  // text: the bytes of its leading letters, as far as they make whole
+  // bytes, are written, then the error is reported.
+  bool Fail(size_t length) {
+    const char* g = m_text.data();
+    size_t letters = 0;
+    while (letters < length && letters < 3 && IsBase64Letter(static_cast<unsigned char>(g[letters])))
+      ++letters;
+    if (letters >= 2) {
+      char group[5] = {g[0], g[1], letters == 3 ? g[2] : '=', '=', 0};
+      unsigned char bytes[3];
+      const int written = OvraBase64ToBin(group, bytes);
+      if (written > 0 && !Write(m_command, bytes, static_cast<size_t>(written))) return false;
+    }
+    Report(m_command, "invalid input");
     return false;
   }
-  wide.assign(bytes.size() + 1, 0);
-  const int count = OvraUtf8ToString(bytes.data(), static_cast<int>(bytes.size()), wide.data(),
-                                     static_cast<int>(bytes.size()));
-  wide.resize(static_cast<size_t>(count));
-  return true;
+
+  const char* m_command;
+  bool m_ignoreGarbage;
+  std::string m_text;  // characters not decoded yet, line feeds left out
+  std::vector<unsigned char> m_data;
+};
+
+bool DecodeBase64(const char* command, Input& input, bool ignoreGarbage) {
+  Base64Decoder decoder(command, ignoreGarbage);
+  std::vector<unsigned char> chunk(kChunkSize);
+  for (;;) {
+    const size_t got = input.Read(chunk.data(), chunk.size());
+    if (got == 0) break;
+    if (!decoder.Add(chunk.data(), got)) return false;
+  }
+  if (input.Failed()) return false;
+  return decoder.Finish();
 }
 
-// Encodes count 16-bit characters as UTF-8 onto standard output.
-bool WriteUtf8(const char* command, const unsigned short* text, size_t count) {
-  if (count == 0) return true;
-  // Three bytes at most per character, and two of slack the encoder may touch.
-  std::vector<char> out(3 * count + 3);
-  const int written = OvraStringToUtf8(text, static_cast<int>(count), out.data(),
-                                       static_cast<int>(3 * count));
-  return Write(command, out.data(), static_cast<size_t>(written));
+// --- UTF-8 and the HTML conversions ------------------------------------------
+
+// Reads input to its end, decoding UTF-8 into 16-bit characters handed to
+// take(units, count) chunk by chunk. An unfinished sequence at the end is
+// reported: it would otherwise vanish without a trace.
+template <typename Take>
+bool ReadUtf8(const char* command, Input& input, Take take) {
+  std::vector<unsigned char> chunk(kChunkSize);
+  std::vector<unsigned short> units;
+  Utf8Decoder decoder;
+  for (;;) {
+    const size_t got = input.Read(chunk.data(), chunk.size());
+    if (got == 0) break;
+    units.clear();
+    decoder.Decode(chunk.data(), got, units);
+    if (!take(units.data(), units.size())) return false;
+  }
+  if (input.Failed()) return false;
+  if (decoder.Held() > 0) {
+    Report(command, "invalid input: an unfinished UTF-8 sequence at the end");
+    return false;
+  }
+  return true;
 }
 
 int RunHtmlConversion(const char* command, bool toText, int argc, char** argv) {
@@ -99,58 +197,98 @@ int RunHtmlConversion(const char* command, bool toText, int argc, char** argv) {
   ParsedArgs args;
   if (!ParseArgs(command, argc, argv, kSpecs, args)) return kExitUsage;
   if (args.help) {
-    if (toText)
-      printf("Usage: ovra html2text [FILE]\n"
-             "Prints the UTF-8 HTML of FILE (standard input when absent or -) as plain\n"
-             "text: tags are dropped, <BR> becomes a CR LF line break, and &amp; &lt;\n"
-             "&gt; &quot; become their characters (other entities vanish).\n");
-    else
-      printf("Usage: ovra text2html [FILE]\n"
-             "Prints the UTF-8 text of FILE (standard input when absent or -) as an\n"
-             "HTML page: & < > \" become entities and each CR LF pair becomes <BR>.\n");
-    return kExitOk;
+    return Help(command,
+                toText
+                    ? "Usage: ovra html2text [FILE]\n"
+                      "Prints the UTF-8 HTML of FILE (standard input when absent or -) as plain\n"
+                      "text: tags are dropped, <BR> becomes a CR LF line break, and &amp; &lt;\n"
+                      "&gt; &quot; become their characters (other entities vanish, and so does\n"
+                      "the rest of the text after an \"&\" that no \";\" closes). A zero byte\n"
+                      "is text like any other. Any size of input is converted in bounded memory.\n"
+                    : "Usage: ovra text2html [FILE]\n"
+                      "Prints the UTF-8 text of FILE (standard input when absent or -) as an\n"
+                      "HTML page: & < > \" become entities and each CR LF pair becomes <BR>.\n"
+                      "A zero byte is text like any other. Any size of input is converted in\n"
+                      "bounded memory.\n");
   }
   if (!CheckOperandCount(command, args, 1)) return kExitUsage;
-  std::string bytes;
-  if (!ReadAll(command, args.operands.empty() ? "-" : args.operands[0], bytes))
-    return kExitFailure;
-  std::vector<unsigned short> wide;
-  if (!Utf8ToWide(command, bytes, wide)) return kExitFailure;
-  wide.push_back(0);
-  TBstr out;
-  if (toText)
-    OvraHtmlToPlain(wide.data(), out);
-  else
-    OvraPlainToHtml(wide.data(), out);
-  // A page always has its frame, so only a failed allocation leaves it empty;
-  // text may be empty for good reason, and a failure cannot be told apart there.
-  if (!toText && out.IsEmpty()) {
-    Report(command, "out of memory");
-    return kExitFailure;
+  Input input;
+  if (!input.Open(command, args.operands.empty() ? "-" : args.operands[0])) return kExitFailure;
+  bool writeFailed = false;
+  const UnitSink sink = [&](const unsigned short* units, size_t count) {
+    const bool ok = EncodeUtf8(units, count, [&](const char* data, size_t size) {
+      return Write(command, data, size);
+    });
+    if (!ok) writeFailed = true;
+    return ok;
+  };
+  // A stream that fails without a write error lost an allocation in the library.
+  bool outOfMemory = false;
+  auto convert = [&](auto& stream) {
+    const bool read = ReadUtf8(command, input, [&](const unsigned short* u, size_t n) {
+      if (stream.Add(u, n)) return true;
+      outOfMemory = !writeFailed;
+      return false;
+    });
+    if (!read && (writeFailed || outOfMemory || input.Failed())) return false;
+    // Even after an unfinished sequence was reported, the page gets its end.
+    if (!stream.Finish()) {
+      outOfMemory = !writeFailed;
+      return false;
+    }
+    return read;
+  };
+  bool ok;
+  if (toText) {
+    HtmlToPlainStream stream(sink);
+    ok = convert(stream);
+  } else {
+    PlainToHtmlStream stream(sink);
+    ok = convert(stream);
   }
-  if (!WriteUtf8(command, out.GetString(), static_cast<size_t>(out.GetLength())))
-    return kExitFailure;
-  return FinishOutput(command) ? kExitOk : kExitFailure;
+  if (outOfMemory) Report(command, "out of memory");
+  if (!FinishOutput(command)) return kExitFailure;
+  return ok ? kExitOk : kExitFailure;
 }
 
 }  // namespace
 
 int RunBase64(int argc, char** argv) {
   const char* command = "base64";
-  static const OptionSpec kSpecs[] = {{"decode", 'd', false}, {nullptr, 0, false}};
+  static const OptionSpec kSpecs[] = {{"decode", 'd', false},
+                                      {"ignore-garbage", 'i', false},
+                                      {"wrap", 'w', true},
+                                      {nullptr, 0, false}};
   ParsedArgs args;
   if (!ParseArgs(command, argc, argv, kSpecs, args)) return kExitUsage;
   if (args.help) {
-    printf("Usage: ovra base64 [-d|--decode] [FILE]\n"
-           "Encodes FILE (standard input when absent or -) as Base64 on one line with\n"
-           "no line break at the end, or with -d decodes Base64 text, line breaks\n"
-           "ignored. Padding is accepted leniently: \"=\" may end any group.\n");
-    return kExitOk;
+    return Help(command,
+                "Usage: ovra base64 [OPTION]... [FILE]\n"
+                "Base64 encodes or decodes FILE (standard input when absent or -) to\n"
+                "standard output, as the usual base64 command does, byte for byte.\n"
+                "  -d, --decode          decode data\n"
+                "  -i, --ignore-garbage  when decoding, ignore non-alphabet characters\n"
+                "  -w, --wrap=COLS       wrap encoded lines after COLS characters\n"
+                "                        (default 76); 0 disables line wrapping\n"
+                "Encoded text ends with a line feed unless wrapping is disabled or the\n"
+                "input is empty. Decoding ignores line feeds; any other character outside\n"
+                "the alphabet (a carriage return or a zero byte too) is invalid input\n"
+                "unless -i is given. \"=\" pads the end of a group of four: \"xx==\" or\n"
+                "\"xxx=\". Invalid input is reported and gives status 1, after the bytes\n"
+                "decoded before it.\n");
   }
   if (!CheckOperandCount(command, args, 1)) return kExitUsage;
+  unsigned long long wrap = kDefaultWrap;
+  if (const std::string* text = args.Value("wrap")) {
+    if (!ParseCount(*text, wrap)) {
+      Report(command, "invalid wrap size: '%s'", text->c_str());
+      return kExitUsage;
+    }
+  }
   Input input;
   if (!input.Open(command, args.operands.empty() ? "-" : args.operands[0])) return kExitFailure;
-  const bool ok = args.Has("decode") ? DecodeBase64(command, input) : EncodeBase64(command, input);
+  const bool ok = args.Has("decode") ? DecodeBase64(command, input, args.Has("ignore-garbage"))
+                                     : EncodeBase64(command, input, wrap);
   if (!FinishOutput(command)) return kExitFailure;
   return ok ? kExitOk : kExitFailure;
 }
@@ -165,14 +303,16 @@ int RunUtf8(int argc, char** argv) {
   ParsedArgs args;
   if (!ParseArgs(command, argc, argv, kSpecs, args)) return kExitUsage;
   if (args.help) {
-    printf("Usage: ovra utf8 --to ENCODING [FILE]\n"
-           "       ovra utf8 --from ENCODING [FILE]\n"
-           "Converts FILE (standard input when absent or -) from UTF-8 to ENCODING,\n"
-           "or from ENCODING to UTF-8. ENCODING is utf16le, utf16be (no byte order\n"
-           "mark) or latin1 (ISO-8859-1; characters beyond it become \"?\"). Text is\n"
-           "16-bit inside: characters beyond U+FFFF are not supported, and UTF-8 is\n"
-           "decoded without validation.\n");
-    return kExitOk;
+    return Help(command,
+                "Usage: ovra utf8 --to ENCODING [FILE]\n"
+                "       ovra utf8 --from ENCODING [FILE]\n"
+                "Converts FILE (standard input when absent or -) from UTF-8 to ENCODING,\n"
+                "or from ENCODING to UTF-8. ENCODING is utf16le, utf16be (no byte order\n"
+                "mark) or latin1 (ISO-8859-1; characters beyond it become \"?\"). Text is\n"
+                "16-bit inside: characters beyond U+FFFF are not supported, and UTF-8 is\n"
+                "decoded without validation; an unfinished sequence at the end, or an odd\n"
+                "number of bytes of UTF-16, is reported (status 1) after the rest is\n"
+                "converted. Any size of input is converted in bounded memory.\n");
   }
   if (!CheckOperandCount(command, args, 1)) return kExitUsage;
   const std::string* to = args.Value("to");
@@ -186,55 +326,68 @@ int RunUtf8(int argc, char** argv) {
     Report(command, "unknown encoding '%s' (utf16le, utf16be or latin1)", encoding.c_str());
     return kExitUsage;
   }
-  std::string bytes;
-  if (!ReadAll(command, args.operands.empty() ? "-" : args.operands[0], bytes))
-    return kExitFailure;
-  if (bytes.size() > kMaxWholeInput) {
-    Report(command, "input too large (at most %u bytes)", static_cast<unsigned>(kMaxWholeInput));
-    return kExitFailure;
-  }
+  Input input;
+  if (!input.Open(command, args.operands.empty() ? "-" : args.operands[0])) return kExitFailure;
+  const bool little = encoding == "utf16le";
+  const bool latin1 = encoding == "latin1";
+  std::vector<char> bytes;
   bool ok = true;
   if (to) {
-    std::vector<unsigned short> wide;
-    if (!Utf8ToWide(command, bytes, wide)) return kExitFailure;
-    std::string out;
-    if (encoding == "latin1") {
-      out.assign(wide.size() + 1, '\0');
-      const int written = OvraUnicodeToMultibyte(wide.data(), static_cast<int>(wide.size()),
-                                                 &out[0], static_cast<int>(out.size()));
-      out.resize(wide.empty() ? 0 : static_cast<size_t>(written));
-    } else {
-      const bool little = encoding == "utf16le";
-      for (unsigned short ch : wide) {
-        const char low = static_cast<char>(ch & 0xFF);
-        const char high = static_cast<char>(ch >> 8);
-        out += little ? low : high;
-        out += little ? high : low;
+    ok = ReadUtf8(command, input, [&](const unsigned short* units, size_t count) {
+      bytes.resize(latin1 ? count : 2 * count);
+      if (latin1) {
+        // Blocks far below the int limit of the library's interface.
+        for (size_t done = 0; done < count;) {
+          const size_t n = count - done < kChunkSize ? count - done : kChunkSize;
+          OvraUnicodeToMultibyte(units + done, static_cast<int>(n), bytes.data() + done,
+                                 static_cast<int>(n));
+          done += n;
+        }
+      } else {
+        for (size_t i = 0; i < count; ++i) {
+          const char low = static_cast<char>(units[i] & 0xFF);
+          const char high = static_cast<char>(units[i] >> 8);
+          bytes[2 * i] = little ? low : high;
+          bytes[2 * i + 1] = little ? high : low;
+        }
       }
-    }
-    ok = Write(command, out);
+      return Write(command, bytes.data(), bytes.size());
+    });
   } else {
-    std::vector<unsigned short> wide;
-    if (encoding == "latin1") {
-      wide.assign(bytes.size() + 1, 0);
-      const int count = bytes.empty() ? 0
-                        : OvraMultibyteToUnicode(bytes.data(), static_cast<int>(bytes.size()),
-                                                 wide.data(), static_cast<int>(wide.size()));
-      wide.resize(static_cast<size_t>(count));
-    } else {
-      if (bytes.size() % 2 != 0) {
-        Report(command, "invalid UTF-16 input: an odd number of bytes");
-        return kExitFailure;
+    std::vector<unsigned char> chunk(kChunkSize + 1);
+    std::vector<unsigned short> units;
+    const ByteSink sink = [&](const char* data, size_t size) { return Write(command, data, size); };
+    size_t have = 0;  // a byte of UTF-16 waiting for its pair
+    for (;;) {
+      const size_t got = input.Read(chunk.data() + have, kChunkSize);
+      if (got == 0) break;
+      const size_t total = have + got;
+      if (latin1) {
+        units.resize(total);
+        OvraMultibyteToUnicode(reinterpret_cast<const char*>(chunk.data()),
+                               static_cast<int>(total), units.data(), static_cast<int>(total));
+        have = 0;
+      } else {
+        units.resize(total / 2);
+        for (size_t i = 0; i + 1 < total; i += 2) {
+          const unsigned first = chunk[i];
+          const unsigned second = chunk[i + 1];
+          units[i / 2] = static_cast<unsigned short>(little ? first | second << 8
+                                                            : first << 8 | second);
+        }
+        have = total % 2;
+        if (have) chunk[0] = chunk[total - 1];
       }
-      const bool little = encoding == "utf16le";
-      for (size_t i = 0; i < bytes.size(); i += 2) {
-        const unsigned first = static_cast<unsigned char>(bytes[i]);
-        const unsigned second = static_cast<unsigned char>(bytes[i + 1]);
-        wide.push_back(static_cast<unsigned short>(little ? first | second << 8
-                                                          : first << 8 | second));
+      if (!EncodeUtf8(units.data(), units.size(), sink)) {
+        ok = false;
+        break;
       }
     }
-    ok = WriteUtf8(command, wide.data(), wide.size());
+    if (ok && input.Failed()) ok = false;
+    if (ok && have) {
+      Report(command, "invalid UTF-16 input: an odd number of bytes");
+      ok = false;
+    }
   }
   if (!FinishOutput(command)) return kExitFailure;
   return ok ? kExitOk : kExitFailure;

@@ -5,6 +5,7 @@
 #include <string.h>
 
 #include <new>
+#include <string>
 
 #include "Ovra.h"
 #include "ToolCommon.h"
@@ -22,14 +23,14 @@ struct Subcommand {
 };
 
 const Subcommand kSubcommands[] = {
-    {"md4", ovratool::RunMd4, "MD4 digests of files, as checksum listings print them"},
-    {"md5", ovratool::RunMd5, "MD5 digests of files"},
-    {"sha1", ovratool::RunSha1, "SHA-1 digests of files"},
+    {"md4", ovratool::RunMd4, "MD4 digests of files: print or check (-c) listings"},
+    {"md5", ovratool::RunMd5, "MD5 digests of files: print or check (-c) listings"},
+    {"sha1", ovratool::RunSha1, "SHA-1 digests of files: print or check (-c) listings"},
     {"hmac", ovratool::RunHmac, "HMAC-MD5 or HMAC-SHA-1 of a file under a hex key"},
     {"checksum", ovratool::RunChecksum, "the Internet checksum of files"},
-    {"base64", ovratool::RunBase64, "Base64 encoding and decoding (-d)"},
-    {"encrypt", ovratool::RunEncrypt, "DES, RC2 or RC4 encryption with a hex key"},
-    {"decrypt", ovratool::RunDecrypt, "DES, RC2 or RC4 decryption with a hex key"},
+    {"base64", ovratool::RunBase64, "Base64 encoding (wrapped at 76 columns) and decoding (-d)"},
+    {"encrypt", ovratool::RunEncrypt, "DES, RC2 or RC4 encryption with a raw hex key"},
+    {"decrypt", ovratool::RunDecrypt, "DES, RC2 or RC4 decryption with a raw hex key"},
     {"find", ovratool::RunFind, "entries matching a wildcard pattern (-r: recursively)"},
     {"sysinfo", ovratool::RunSysinfo, "the operating system's name and release"},
     {"inet", ovratool::RunInet, "IPv4 address text in canonical form"},
@@ -38,35 +39,36 @@ const Subcommand kSubcommands[] = {
     {"utf8", ovratool::RunUtf8, "UTF-8 to and from UTF-16 and Latin-1"},
 };
 
-void PrintUsage(FILE* out) {
-  fprintf(out,
-          "Usage: ovra COMMAND [OPTION...] [ARGUMENT...]\n"
-          "       ovra --version | --help\n"
-          "Commands (each takes --help):\n");
-  for (const Subcommand& sub : kSubcommands) fprintf(out, "  %-10s %s\n", sub.name, sub.summary);
-  fprintf(out,
-          "Exit status: 0 on success, 1 when the work failed (a file that cannot be\n"
-          "read, bad data), 2 for a command line that cannot be understood.\n");
+std::string Usage() {
+  std::string text =
+      "Usage: ovra COMMAND [OPTION...] [ARGUMENT...]\n"
+      "       ovra --version | --help\n"
+      "Commands (each takes --help):\n";
+  for (const Subcommand& sub : kSubcommands)
+    text += ovratool::Format("  %-10s %s\n", sub.name, sub.summary);
+  text +=
+      "Exit status: 0 on success, 1 when the work failed (a file that cannot be\n"
+      "read, bad data, a write error), 2 for a command line that cannot be understood.\n";
+  return text;
 }
 
 int Dispatch(int argc, char** argv) {
   if (argc < 2) {
-    PrintUsage(stderr);
+    fputs(Usage().c_str(), stderr);
     return ovratool::kExitUsage;
   }
   const char* name = argv[1];
   if (strcmp(name, "--version") == 0) {
-    printf("ovra %s\n", OVRA_TOOL_VERSION);
-    return ovratool::kExitOk;
+    // The version of the library the program was built with and ships with.
+    return ovratool::Help(nullptr, "ovra " OVRA_TOOL_VERSION "\n");
   }
   if (strcmp(name, "--help") == 0 || strcmp(name, "-h") == 0 || strcmp(name, "help") == 0) {
-    PrintUsage(stdout);
-    return ovratool::kExitOk;
+    return ovratool::Help(nullptr, Usage());
   }
   for (const Subcommand& sub : kSubcommands) {
     if (strcmp(name, sub.name) == 0) return sub.run(argc - 1, argv + 1);
   }
-  fprintf(stderr, "ovra: unknown command '%s' (try 'ovra --help')\n", name);
+  ovratool::Report(nullptr, "unknown command '%s' (try 'ovra --help')", name);
   return ovratool::kExitUsage;
 }
 

@@ -18,12 +18,12 @@ int RunFind(int argc, char** argv) {
   ParsedArgs args;
   if (!ParseArgs(command, argc, argv, kSpecs, args)) return kExitUsage;
   if (args.help) {
-    printf("Usage: ovra find [-r|--recursive] PATTERN\n"
-           "Lists the entries matching PATTERN (wildcards \"*\", \"?\", \"[...]\" in its\n"
-           "last component; quote it from the shell), one path a line. With -r the\n"
-           "search also descends into the subdirectories whose names match, a\n"
-           "directory listed before its contents. Exit status 1 when nothing matches.\n");
-    return kExitOk;
+    return Help(command,
+                "Usage: ovra find [-r|--recursive] PATTERN\n"
+                "Lists the entries matching PATTERN (wildcards \"*\", \"?\", \"[...]\" in its\n"
+                "last component; quote it from the shell), one path a line. With -r the\n"
+                "search also descends into the subdirectories whose names match, a\n"
+                "directory listed before its contents. Exit status 1 when nothing matches.\n");
   }
   if (args.operands.empty()) {
     Report(command, "missing PATTERN (try 'ovra find --help')");
@@ -52,11 +52,11 @@ int RunSysinfo(int argc, char** argv) {
   ParsedArgs args;
   if (!ParseArgs(command, argc, argv, kSpecs, args)) return kExitUsage;
   if (args.help) {
-    printf("Usage: ovra sysinfo\n"
-           "Prints the operating system's name and its release as three numbers:\n"
-           "  system: Linux\n"
-           "  version: 6.1.0\n");
-    return kExitOk;
+    return Help(command,
+                "Usage: ovra sysinfo\n"
+                "Prints the operating system's name and its release as three numbers:\n"
+                "  system: Linux\n"
+                "  version: 6.1.0\n");
   }
   if (!CheckOperandCount(command, args, 0)) return kExitUsage;
   SSystemInfo info;
@@ -80,11 +80,11 @@ int RunInet(int argc, char** argv) {
   ParsedArgs args;
   if (!ParseArgs(command, argc, argv, kSpecs, args)) return kExitUsage;
   if (args.help) {
-    printf("Usage: ovra inet TEXT...\n"
-           "Reads each TEXT as an IPv4 address with an optional \":port\" and prints\n"
-           "it in its canonical dotted form. Fewer than four parts are accepted, the\n"
-           "last filling the remaining bytes (\"10.1\" is 10.0.0.1, \"167772161\" too).\n");
-    return kExitOk;
+    return Help(command,
+                "Usage: ovra inet TEXT...\n"
+                "Reads each TEXT as an IPv4 address with an optional \":port\" and prints\n"
+                "it in its canonical dotted form. Fewer than four parts are accepted, the\n"
+                "last filling the remaining bytes (\"10.1\" is 10.0.0.1, \"167772161\" too).\n");
   }
   if (args.operands.empty()) {
     Report(command, "missing TEXT (try 'ovra inet --help')");

@@ -2,6 +2,7 @@
 // subcommands of the ovra program.
 #include "ToolCommon.h"
 
+#include <ctype.h>
 #include <errno.h>
 #include <stdarg.h>
 #include <stdio.h>
@@ -13,12 +14,52 @@
 namespace ovratool {
 
 void Report(const char* command, const char* format, ...) {
-  fprintf(stderr, "ovra %s: ", command);
+  if (command)
+    fprintf(stderr, "ovra %s: ", command);
+  else
+    fputs("ovra: ", stderr);
   va_list args;
   va_start(args, format);
   vfprintf(stderr, format, args);
   va_end(args);
   fputc('\n', stderr);
+}
+
+std::string Quote(const std::string& name) {
+  bool plain = !name.empty();
+  bool control = false;
+  for (char ch : name) {
+    const unsigned char c = static_cast<unsigned char>(ch);
+    if (c < 0x20 || c == 0x7F) control = true;
+    if (!isalnum(c) && !strchr("_./:,+@%=^-", c)) plain = false;
+  }
+  if (plain) return name;
+  std::string quoted;
+  if (!control) {
+    quoted = "'";
+    for (char c : name) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return quoted + "'";
+  }
+  quoted = "$'";
+  for (char ch : name) {
+    const unsigned char c = static_cast<unsigned char>(ch);
+    switch (c) {
+      case '\n': quoted += "\\n"; break;
+      case '\r': quoted += "\\r"; break;
+      case '\t': quoted += "\\t"; break;
+      case '\\': quoted += "\\\\"; break;
+      case '\'': quoted += "\\'"; break;
+      default:
+        if (c < 0x20 || c == 0x7F) {
+          char octal[8];
+          snprintf(octal, sizeof octal, "\\%03o", c);
+          quoted += octal;
+        } else {
+          quoted += ch;
+        }
+    }
+  }
+  return quoted + "'";
 }
 
 bool ParsedArgs::Has(const char* name) const { return Value(name) != nullptr; }
@@ -33,11 +74,26 @@ const std::string* ParsedArgs::Value(const char* name) const {
 
 namespace {
 
-const OptionSpec* FindLong(const OptionSpec* specs, const std::string& name) {
+// The spec whose long name is name, or else the one only whose long name
+// starts with it; ambiguous is set when several do.
+const OptionSpec* FindLong(const OptionSpec* specs, const std::string& name, bool& ambiguous) {
+  ambiguous = false;
+  const OptionSpec* prefixMatch = nullptr;
+  int prefixMatches = 0;
   for (const OptionSpec* spec = specs; spec && spec->longName; ++spec) {
     if (name == spec->longName) return spec;
+    if (!name.empty() && std::string(spec->longName).compare(0, name.size(), name) == 0) {
+      prefixMatch = spec;
+      ++prefixMatches;
+    }
   }
-  return nullptr;
+  // "--help" takes part in the shortening too ("--he").
+  if (!name.empty() && std::string("help").compare(0, name.size(), name) == 0) ++prefixMatches;
+  if (prefixMatches > 1) {
+    ambiguous = true;
+    return nullptr;
+  }
+  return prefixMatch;
 }
 
 const OptionSpec* FindShort(const OptionSpec* specs, char name) {
@@ -45,6 +101,17 @@ const OptionSpec* FindShort(const OptionSpec* specs, char name) {
     if (spec->shortName != 0 && spec->shortName == name) return spec;
   }
   return nullptr;
+}
+
+const OptionSpec* FindDashWord(const OptionSpec* specs, const std::string& word) {
+  for (const OptionSpec* spec = specs; spec && spec->longName; ++spec) {
+    if (spec->dashWord && word == spec->dashWord) return spec;
+  }
+  return nullptr;
+}
+
+bool IsHelpPrefix(const std::string& name) {
+  return name.size() >= 1 && std::string("help").compare(0, name.size(), name) == 0;
 }
 
 }  // namespace
@@ -62,41 +129,82 @@ bool ParseArgs(const char* command, int argc, char** argv, const OptionSpec* spe
       optionsEnded = true;
       continue;
     }
-    if (arg == "--help" || arg == "-h") {
+    if (arg == "-h") {
       out.help = true;
       continue;
     }
-    const OptionSpec* spec = nullptr;
-    std::string value;
-    bool hasInlineValue = false;
     if (arg.compare(0, 2, "--") == 0) {
       const size_t equals = arg.find('=');
       const std::string name = arg.substr(2, equals == std::string::npos ? std::string::npos
                                                                          : equals - 2);
-      spec = FindLong(specs, name);
-      if (spec && equals != std::string::npos) {
-        value = arg.substr(equals + 1);
-        hasInlineValue = true;
+      bool ambiguous = false;
+      const OptionSpec* spec = FindLong(specs, name, ambiguous);
+      if (!spec && !ambiguous && equals == std::string::npos && IsHelpPrefix(name)) {
+        out.help = true;
+        continue;
       }
-    } else if (arg.size() == 2) {
-      spec = FindShort(specs, arg[1]);
-    }
-    if (!spec) {
-      Report(command, "unknown option '%s' (try 'ovra %s --help')", arg.c_str(), command);
-      return false;
-    }
-    if (spec->takesValue && !hasInlineValue) {
-      if (i + 1 >= argc) {
-        Report(command, "option '--%s' needs a value", spec->longName);
+      if (!spec) {
+        Report(command, "%s option '%s' (try 'ovra %s --help')",
+               ambiguous ? "ambiguous" : "unknown", arg.c_str(), command);
         return false;
       }
-      value = argv[++i];
-    } else if (!spec->takesValue && hasInlineValue) {
-      Report(command, "option '--%s' takes no value", spec->longName);
-      return false;
+      std::string value;
+      if (equals != std::string::npos) {
+        if (!spec->takesValue) {
+          Report(command, "option '--%s' takes no value", spec->longName);
+          return false;
+        }
+        value = arg.substr(equals + 1);
+      } else if (spec->takesValue) {
+        if (i + 1 >= argc) {
+          Report(command, "option '--%s' needs a value", spec->longName);
+          return false;
+        }
+        value = argv[++i];
+      }
+      out.names.push_back(spec->longName);
+      out.values.push_back(value);
+      continue;
     }
-    out.names.push_back(spec->longName);
-    out.values.push_back(value);
+    // A word after a single dash ("-iv"), then a group of short options.
+    if (const OptionSpec* spec = FindDashWord(specs, arg.substr(1))) {
+      std::string value;
+      if (spec->takesValue) {
+        if (i + 1 >= argc) {
+          Report(command, "option '%s' needs a value", arg.c_str());
+          return false;
+        }
+        value = argv[++i];
+      }
+      out.names.push_back(spec->longName);
+      out.values.push_back(value);
+      continue;
+    }
+    for (size_t k = 1; k < arg.size(); ++k) {
+      const OptionSpec* spec = FindShort(specs, arg[k]);
+      if (!spec) {
+        if (arg[k] == 'h') {
+          out.help = true;
+          continue;
+        }
+        Report(command, "unknown option '-%c' (try 'ovra %s --help')", arg[k], command);
+        return false;
+      }
+      std::string value;
+      if (spec->takesValue) {
+        if (k + 1 < arg.size()) {
+          value = arg.substr(k + 1);
+        } else if (i + 1 < argc) {
+          value = argv[++i];
+        } else {
+          Report(command, "option '-%c' needs a value", arg[k]);
+          return false;
+        }
+        k = arg.size();
+      }
+      out.names.push_back(spec->longName);
+      out.values.push_back(value);
+    }
   }
   return true;
 }
@@ -123,12 +231,12 @@ bool Input::Open(const char* command, const std::string& name) {
   }
   m_fd = open(name.c_str(), O_RDONLY);
   if (m_fd < 0) {
-    Report(command, "%s: %s", name.c_str(), strerror(errno));
+    Report(command, "%s: %s", Quote(name).c_str(), strerror(errno));
     return false;
   }
   struct stat status;
   if (fstat(m_fd, &status) == 0 && S_ISDIR(status.st_mode)) {
-    Report(command, "%s: %s", name.c_str(), strerror(EISDIR));
+    Report(command, "%s: %s", Quote(name).c_str(), strerror(EISDIR));
     close(m_fd);
     m_fd = -1;
     return false;
@@ -146,7 +254,7 @@ size_t Input::Read(unsigned char* buffer, size_t size) {
     if (n == 0) break;
     if (n < 0) {
       if (errno == EINTR) continue;
-      Report(m_command, "%s: %s", m_name.c_str(), strerror(errno));
+      Report(m_command, "%s: %s", Quote(m_name).c_str(), strerror(errno));
       m_failed = true;
       return 0;
     }
@@ -187,6 +295,28 @@ bool FinishOutput(const char* command) {
     return false;
   }
   return true;
+}
+
+int Help(const char* command, const std::string& text) {
+  if (!Write(command, text) || !FinishOutput(command)) return kExitFailure;
+  return kExitOk;
+}
+
+std::string Format(const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  va_list again;
+  va_copy(again, args);
+  const int size = vsnprintf(nullptr, 0, format, args);
+  va_end(args);
+  std::string text;
+  if (size > 0) {
+    text.resize(static_cast<size_t>(size) + 1);
+    vsnprintf(&text[0], text.size(), format, again);
+    text.resize(static_cast<size_t>(size));
+  }
+  va_end(again);
+  return text;
 }
 
 namespace {
@@ -231,6 +361,17 @@ bool ParseNumber(const std::string& text, long low, long high, long& out) {
     value = value * 10 + (c - '0');
   }
   if (value < low || value > high) return false;
+  out = value;
+  return true;
+}
+
+bool ParseCount(const std::string& text, unsigned long long& out) {
+  if (text.empty() || text.size() > 18) return false;
+  unsigned long long value = 0;
+  for (char c : text) {
+    if (c < '0' || c > '9') return false;
+    value = value * 10 + static_cast<unsigned>(c - '0');
+  }
   out = value;
   return true;
 }

@@ -21,7 +21,8 @@ constexpr int kExitUsage = 2;
 // the size of the input.
 constexpr size_t kChunkSize = 64 * 1024;
 
-// Prints "ovra <command>: <message>" and a line feed on standard error.
+// Prints "ovra <command>: <message>" ("ovra: <message>" for a null command)
+// and a line feed on standard error.
 void Report(const char* command, const char* format, ...)
 #if defined(__GNUC__)
     __attribute__((format(printf, 2, 3)))
@@ -29,11 +30,16 @@ void Report(const char* command, const char* format, ...)
     ;
 
 // One option a subcommand understands: "--name" (and "-c" when shortName is
-// not 0), followed by a value when takesValue ("--name VALUE" or "--name=VALUE").
+// not 0), followed by a value when takesValue ("--name VALUE", "--name=VALUE",
+// "-c VALUE" or "-cVALUE"). Short options without a value may be grouped
+// ("-di"), and a long name may be shortened to any prefix that no other long
+// name shares ("--dec"). dashWord, when given, is also accepted after a single
+// dash ("-iv VALUE"), the way some programs spell their options.
 struct OptionSpec {
   const char* longName;
   char shortName;
   bool takesValue;
+  const char* dashWord = nullptr;
 };
 
 // The command line of a subcommand once parsed.
@@ -48,6 +54,11 @@ struct ParsedArgs {
   // The value of the last occurrence of the option, or null when absent.
   const std::string* Value(const char* name) const;
 };
+
+// The name as messages show it: as it is when it holds only letters, digits
+// and "_./:,+@%=^-", else in single quotes ($'...' with escapes when it holds
+// control characters), the way the usual command-line tools quote names.
+std::string Quote(const std::string& name);
 
 // Parses argv[1..argc) against specs (ended by a record with a null
 // longName). "--help" and "-h" set help; "--" ends the options; "-" is an
@@ -94,6 +105,15 @@ bool Write(const char* command, const void* data, size_t size);
 bool Write(const char* command, const std::string& text);
 // Flushes standard output; reports and returns false if anything went wrong.
 bool FinishOutput(const char* command);
+// Writes a help text to standard output: kExitOk, or kExitFailure (reported)
+// when it cannot be written.
+int Help(const char* command, const std::string& text);
+// printf into a std::string.
+std::string Format(const char* format, ...)
+#if defined(__GNUC__)
+    __attribute__((format(printf, 1, 2)))
+#endif
+    ;
 
 // Decodes hexadecimal text (digits of either case, an even count, nothing
 // else) into bytes; false for anything else. The empty text gives no bytes.
@@ -103,6 +123,8 @@ std::string ToHex(const unsigned char* data, size_t size);
 
 // Reads a decimal number in [low, high]; false for anything else.
 bool ParseNumber(const std::string& text, long low, long high, long& out);
+// Reads a decimal count of at most 18 digits; false for anything else.
+bool ParseCount(const std::string& text, unsigned long long& out);
 
 // The subcommands, each given its own argv (argv[0] is the subcommand's name)
 // and returning the exit status.
