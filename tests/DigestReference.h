@@ -1,13 +1,12 @@
 // DigestReference.h - OpenSSL's libcrypto as an independent reference for the
-// digest, HMAC and random generator tests, and small helpers they share.
+// digest, HMAC and random generator tests, which take their byte helpers
+// from TestBytes.h.
 #ifndef OVRA_TESTS_DIGESTREFERENCE_H
 #define OVRA_TESTS_DIGESTREFERENCE_H
 
-#include <stdint.h>
-#include <stdio.h>
+#include <stddef.h>
 
-#include <string>
-#include <vector>
+#include "TestBytes.h"
 
 #ifdef OVRA_HAVE_OPENSSL
 #include <openssl/evp.h>
@@ -16,57 +15,6 @@
 #endif
 
 namespace ovra_test {
-
-using Bytes = std::vector<unsigned char>;
-
-inline Bytes FromText(const char* text) {
-  const std::string s(text);
-  return Bytes(s.begin(), s.end());
-}
-
-inline Bytes FromHex(const char* hex) {
-  Bytes out;
-  for (const char* p = hex; p[0] && p[1]; p += 2) {
-    unsigned v = 0;
-    sscanf(p, "%2x", &v);
-    out.push_back(static_cast<unsigned char>(v));
-  }
-  return out;
-}
-
-inline std::string ToHex(const unsigned char* data, size_t len) {
-  static const char kDigits[] = "0123456789abcdef";
-  std::string s;
-  for (size_t i = 0; i < len; ++i) {
-    s += kDigits[data[i] >> 4];
-    s += kDigits[data[i] & 15];
-  }
-  return s;
-}
-
-inline std::string ToHex(const Bytes& b) { return ToHex(b.data(), b.size()); }
-
-// A small deterministic generator (xorshift64*), so that failures reproduce.
-class TestRng {
- public:
-  explicit TestRng(uint64_t seed) : m_x(seed ? seed : 1) {}
-  uint64_t Next() {
-    m_x ^= m_x >> 12;
-    m_x ^= m_x << 25;
-    m_x ^= m_x >> 27;
-    return m_x * 0x2545F4914F6CDD1DULL;
-  }
-  // Uniform enough in [0, n) for test sizes.
-  unsigned Below(unsigned n) { return n ? static_cast<unsigned>(Next() % n) : 0; }
-  Bytes RandomBytes(size_t n) {
-    Bytes b(n);
-    for (auto& c : b) c = static_cast<unsigned char>(Next() >> 56);
-    return b;
-  }
-
- private:
-  uint64_t m_x;
-};
 
 enum class Algo { kMd4, kMd5, kSha1 };
 

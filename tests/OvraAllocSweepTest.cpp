@@ -1299,6 +1299,7 @@ TEST_F(AllocSweepLibrary, AddressTextIsEmptyWhenItCannotBeFormatted) {
 // ===========================================================================
 
 using ovra_test::Bytes;
+using ovra_test::FromHex;
 using namespace ovra_test::rsa_keys;
 
 class AllocSweepCrypt : public SweepTest {};

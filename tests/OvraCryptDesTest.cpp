@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "TestAllocator.h"
+#include "TestBytes.h"
 
 #ifdef OVRA_HAVE_OPENSSL
 #include <openssl/evp.h>
@@ -18,28 +19,10 @@
 
 namespace {
 
-using Bytes = std::vector<unsigned char>;
-
-Bytes Hex(const char* hex) {
-  Bytes out;
-  for (const char* p = hex; *p;) {
-    if (*p == ' ') {
-      ++p;
-      continue;
-    }
-    out.push_back(static_cast<unsigned char>(std::stoi(std::string(p, 2), nullptr, 16)));
-    p += 2;
-  }
-  return out;
-}
-
-Bytes B(const char* s) { return Bytes(s, s + strlen(s)); }
-
-Bytes RandomBytes(std::mt19937& rng, size_t n) {
-  Bytes b(n);
-  for (auto& c : b) c = static_cast<unsigned char>(rng());
-  return b;
-}
+using ovra_test::Bytes;
+using ovra_test::FromHex;
+using ovra_test::FromText;
+using ovra_test::RandomBytes;
 
 // FIPS 81, appendix B: key, IV and the plaintext "Now is the time for all ".
 const char* const kFipsKey = "0123456789abcdef";
@@ -49,57 +32,57 @@ const char* const kFipsEcb = "3fa40e8a984d4815 6a271787ab8883f9 893d51ec4b563b53
 const char* const kFipsCbc = "e5c7cdde872bf27c 43e934008c389c0f 683788499a7c05f6";
 
 TEST(DesTest, ReproducesTheFips81EcbExample) {
-  const Bytes key = Hex(kFipsKey);
+  const Bytes key = FromHex(kFipsKey);
   TDesCipher c(TCipher::eEncrypt, key.data(), 8);
   c.SetMode(TBlockCipher::eEcb);
-  Bytes data = B(kFipsPlain);
+  Bytes data = FromText(kFipsPlain);
   ASSERT_EQ(c.EncryptData(data.data(), 24, false), 24u);
-  EXPECT_EQ(data, Hex(kFipsEcb));
+  EXPECT_EQ(data, FromHex(kFipsEcb));
   TDesCipher d(TCipher::eDecrypt, key.data(), 8);
   d.SetMode(TBlockCipher::eEcb);
   ASSERT_EQ(d.DecryptData(data.data(), 24, false), 24u);
-  EXPECT_EQ(data, B(kFipsPlain));
+  EXPECT_EQ(data, FromText(kFipsPlain));
 }
 
 TEST(DesTest, ReproducesTheFips81CbcExample) {
-  const Bytes key = Hex(kFipsKey);
-  const Bytes iv = Hex(kFipsIv);
+  const Bytes key = FromHex(kFipsKey);
+  const Bytes iv = FromHex(kFipsIv);
   TDesCipher c(TCipher::eEncrypt, key.data(), 8);
   c.SetIv(iv.data());
-  Bytes data = B(kFipsPlain);
+  Bytes data = FromText(kFipsPlain);
   ASSERT_EQ(c.EncryptData(data.data(), 24, false), 24u);
-  EXPECT_EQ(data, Hex(kFipsCbc));
+  EXPECT_EQ(data, FromHex(kFipsCbc));
   TDesCipher d(TCipher::eDecrypt, key.data(), 8);
   d.SetIv(iv.data());
   ASSERT_EQ(d.DecryptData(data.data(), 24, false), 24u);
-  EXPECT_EQ(data, B(kFipsPlain));
+  EXPECT_EQ(data, FromText(kFipsPlain));
 }
 
 TEST(DesTest, FinalCbcCallAppendsAnEncryptedPaddingBlock) {
-  const Bytes key = Hex(kFipsKey);
-  const Bytes iv = Hex(kFipsIv);
+  const Bytes key = FromHex(kFipsKey);
+  const Bytes iv = FromHex(kFipsIv);
   TDesCipher c(TCipher::eEncrypt, key.data(), 8);
   TCrypter crypter(c, TBlockCipher::eCbc, iv.data());
-  Bytes data = B(kFipsPlain);
+  Bytes data = FromText(kFipsPlain);
   data.resize(32);
   ASSERT_EQ(crypter.CryptData(data.data(), 24, true), 32u);
-  EXPECT_EQ(Bytes(data.begin(), data.begin() + 24), Hex(kFipsCbc));
+  EXPECT_EQ(Bytes(data.begin(), data.begin() + 24), FromHex(kFipsCbc));
   TDesCipher d(TCipher::eDecrypt, key.data(), 8);
   TCrypter decrypter(d, TBlockCipher::eCbc, iv.data());
   EXPECT_EQ(decrypter.CryptData(data.data(), 32, true), 24u);
-  EXPECT_EQ(Bytes(data.begin(), data.begin() + 24), B(kFipsPlain));
+  EXPECT_EQ(Bytes(data.begin(), data.begin() + 24), FromText(kFipsPlain));
   EXPECT_EQ(Bytes(data.begin() + 24, data.end()), Bytes(8, 8));
 }
 
 TEST(DesTest, ReproducesTheTextbookSingleBlockExample) {
-  const Bytes key = Hex("133457799bbcdff1");
+  const Bytes key = FromHex("133457799bbcdff1");
   TDesCipher c(TCipher::eEncrypt, key.data(), 8);
-  Bytes block = Hex("0123456789abcdef");
+  Bytes block = FromHex("0123456789abcdef");
   c.ProcessBlock(block.data());
-  EXPECT_EQ(block, Hex("85e813540f0ab405"));
+  EXPECT_EQ(block, FromHex("85e813540f0ab405"));
   TDesCipher d(TCipher::eDecrypt, key.data(), 8);
   d.ProcessBlock(block.data());
-  EXPECT_EQ(block, Hex("0123456789abcdef"));
+  EXPECT_EQ(block, FromHex("0123456789abcdef"));
 }
 
 TEST(DesTest, KeyLengthIsIgnoredAndOnlyTheFirstEightBytesCount) {
@@ -142,7 +125,7 @@ TEST(DesTest, ParityBitsOfTheKeyAreIgnored) {
 }
 
 TEST(DesTest, BerDumpNeedsTwentyOneBytes) {
-  const Bytes key = Hex(kFipsKey);
+  const Bytes key = FromHex(kFipsKey);
   TDesCipher c(TCipher::eEncrypt, key.data(), 8);
   Bytes out(32, 0xEE);
   EXPECT_EQ(c.BerDump(out.data(), 20), 0u);
@@ -151,8 +134,8 @@ TEST(DesTest, BerDumpNeedsTwentyOneBytes) {
 }
 
 TEST(DesTest, BerDumpWritesTheAlgorithmIdentifierWithTheIvInItsOwnSequence) {
-  const Bytes key = Hex(kFipsKey);
-  const Bytes iv = Hex("0102030405060708");
+  const Bytes key = FromHex(kFipsKey);
+  const Bytes iv = FromHex("0102030405060708");
   TDesCipher c(TCipher::eEncrypt, key.data(), 8);
   c.SetIv(iv.data());
   Bytes data(16, 0x99);
@@ -160,18 +143,18 @@ TEST(DesTest, BerDumpWritesTheAlgorithmIdentifierWithTheIvInItsOwnSequence) {
   Bytes out(32, 0xEE);
   ASSERT_EQ(c.BerDump(out.data(), 21), 21u);
   EXPECT_EQ(Bytes(out.begin(), out.begin() + 21),
-            Hex("3013 0605 2b0e030207 300a 0408 0102030405060708"));
+            FromHex("3013 0605 2b0e030207 300a 0408 0102030405060708"));
   EXPECT_EQ(out[21], 0xEE);
   EXPECT_EQ(c.BerDump(out.data(), 32), 21u);
 }
 
 TEST(DesTest, BerDumpOfAZeroIvAndTheObjectIdentifierConstant) {
-  const Bytes key = Hex(kFipsKey);
+  const Bytes key = FromHex(kFipsKey);
   TDesCipher c(TCipher::eDecrypt, key.data(), 8);
   Bytes out(21);
   ASSERT_EQ(c.BerDump(out.data(), 21), 21u);
   EXPECT_EQ(Bytes(out.begin() + 13, out.end()), Bytes(8, 0));
-  EXPECT_EQ(Bytes(kDesCbcObjectId, kDesCbcObjectId + 5), Hex("2b0e030207"));
+  EXPECT_EQ(Bytes(kDesCbcObjectId, kDesCbcObjectId + 5), FromHex("2b0e030207"));
   // The blob parses as the nested elements it claims to be.
   SBerElement outer, oid, seq, octets;
   ASSERT_EQ(OvraBerDecode(out.data(), 21, &outer), 21u);
@@ -185,7 +168,7 @@ TEST(DesTest, BerDumpOfAZeroIvAndTheObjectIdentifierConstant) {
 }
 
 TEST(DesTest, BerInitIsNotSupported) {
-  const Bytes key = Hex(kFipsKey);
+  const Bytes key = FromHex(kFipsKey);
   TDesCipher c(TCipher::eEncrypt, key.data(), 8);
   Bytes blob(21);
   ASSERT_EQ(c.BerDump(blob.data(), 21), 21u);
@@ -194,7 +177,7 @@ TEST(DesTest, BerInitIsNotSupported) {
 }
 
 TEST(DesTest, IsAnEightByteBlockCipherInCbcModeByDefault) {
-  const Bytes key = Hex(kFipsKey);
+  const Bytes key = FromHex(kFipsKey);
   TDesCipher c(TCipher::eEncrypt, key.data(), 8);
   EXPECT_EQ(c.GetBlockSize(), 8u);
   EXPECT_EQ(c.GetType(), TCipher::eBlockCipher);
@@ -202,11 +185,11 @@ TEST(DesTest, IsAnEightByteBlockCipherInCbcModeByDefault) {
 }
 
 TEST(DesTest, AnyNonZeroOperationBuildsADecryptionSchedule) {
-  const Bytes key = Hex("133457799bbcdff1");
+  const Bytes key = FromHex("133457799bbcdff1");
   TDesCipher d(static_cast<TCipher::ECipherOp>(7), key.data(), 8);
-  Bytes block = Hex("85e813540f0ab405");
+  Bytes block = FromHex("85e813540f0ab405");
   d.ProcessBlock(block.data());
-  EXPECT_EQ(block, Hex("0123456789abcdef"));
+  EXPECT_EQ(block, FromHex("0123456789abcdef"));
 }
 
 TEST(DesTest, EncryptionAllocatesNothing) {
@@ -214,7 +197,7 @@ TEST(DesTest, EncryptionAllocatesNothing) {
   ASSERT_TRUE(library.started());
   const long before = ovra_test::Stats().requests;
   {
-    const Bytes key = Hex(kFipsKey);
+    const Bytes key = FromHex(kFipsKey);
     TDesCipher c(TCipher::eEncrypt, key.data(), 8);
     TCrypter crypter(c, TBlockCipher::eCbc, nullptr);
     Bytes data(4096, 1);

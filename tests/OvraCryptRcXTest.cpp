@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "TestAllocator.h"
+#include "TestBytes.h"
 
 #ifdef OVRA_HAVE_OPENSSL
 // The low-level RC2 and RC4 functions are deprecated in OpenSSL 3 but still
@@ -23,28 +24,10 @@
 
 namespace {
 
-using Bytes = std::vector<unsigned char>;
-
-Bytes Hex(const char* hex) {
-  Bytes out;
-  for (const char* p = hex; *p;) {
-    if (*p == ' ') {
-      ++p;
-      continue;
-    }
-    out.push_back(static_cast<unsigned char>(std::stoi(std::string(p, 2), nullptr, 16)));
-    p += 2;
-  }
-  return out;
-}
-
-Bytes B(const char* s) { return Bytes(s, s + strlen(s)); }
-
-Bytes RandomBytes(std::mt19937& rng, size_t n) {
-  Bytes b(n);
-  for (auto& c : b) c = static_cast<unsigned char>(rng());
-  return b;
-}
+using ovra_test::Bytes;
+using ovra_test::FromHex;
+using ovra_test::FromText;
+using ovra_test::RandomBytes;
 
 // ===========================================================================
 // RC2
@@ -72,14 +55,14 @@ const Rc2Vector kRc2Vectors[] = {
 
 TEST(Rc2Test, ReproducesTheRfc2268Vectors) {
   for (const Rc2Vector& v : kRc2Vectors) {
-    const Bytes key = Hex(v.key);
+    const Bytes key = FromHex(v.key);
     TRc2Cipher enc(TCipher::eEncrypt, key.data(), static_cast<unsigned>(key.size()), v.bits);
-    Bytes block = Hex(v.plain);
+    Bytes block = FromHex(v.plain);
     enc.ProcessBlock(block.data());
-    EXPECT_EQ(block, Hex(v.cipher)) << v.key << " / " << v.bits;
+    EXPECT_EQ(block, FromHex(v.cipher)) << v.key << " / " << v.bits;
     TRc2Cipher dec(TCipher::eDecrypt, key.data(), static_cast<unsigned>(key.size()), v.bits);
     dec.ProcessBlock(block.data());
-    EXPECT_EQ(block, Hex(v.plain)) << v.key << " / " << v.bits;
+    EXPECT_EQ(block, FromHex(v.plain)) << v.key << " / " << v.bits;
   }
 }
 
@@ -94,32 +77,32 @@ const Rc2Vector kRc2Vectors1024[] = {
 
 TEST(Rc2Test, Reproduces1024EffectiveBitVectorsAndZeroBitsStandsFor1024) {
   for (const Rc2Vector& v : kRc2Vectors1024) {
-    const Bytes key = Hex(v.key);
+    const Bytes key = FromHex(v.key);
     for (unsigned bits : {v.bits, 0u}) {
       TRc2Cipher enc(TCipher::eEncrypt, key.data(), static_cast<unsigned>(key.size()), bits);
-      Bytes block = Hex(v.plain);
+      Bytes block = FromHex(v.plain);
       enc.ProcessBlock(block.data());
-      EXPECT_EQ(block, Hex(v.cipher)) << v.key << " / " << bits;
+      EXPECT_EQ(block, FromHex(v.cipher)) << v.key << " / " << bits;
       TRc2Cipher dec(TCipher::eDecrypt, key.data(), static_cast<unsigned>(key.size()), bits);
       dec.ProcessBlock(block.data());
-      EXPECT_EQ(block, Hex(v.plain)) << v.key << " / " << bits;
+      EXPECT_EQ(block, FromHex(v.plain)) << v.key << " / " << bits;
     }
   }
 }
 
 TEST(Rc2Test, EcbThroughTheFrameworkMatchesTheVectors) {
   const Rc2Vector& v = kRc2Vectors[6];
-  const Bytes key = Hex(v.key);
+  const Bytes key = FromHex(v.key);
   TRc2Cipher enc(TCipher::eEncrypt, key.data(), 16, v.bits);
   enc.SetMode(TBlockCipher::eEcb);
-  Bytes data = Hex(v.plain);
+  Bytes data = FromHex(v.plain);
   data.resize(16);
   ASSERT_EQ(enc.EncryptData(data.data(), 8, true), 16u);
-  EXPECT_EQ(Bytes(data.begin(), data.begin() + 8), Hex(v.cipher));
+  EXPECT_EQ(Bytes(data.begin(), data.begin() + 8), FromHex(v.cipher));
   TRc2Cipher dec(TCipher::eDecrypt, key.data(), 16, v.bits);
   dec.SetMode(TBlockCipher::eEcb);
   EXPECT_EQ(dec.DecryptData(data.data(), 16, true), 8u);
-  EXPECT_EQ(Bytes(data.begin(), data.begin() + 8), Hex(v.plain));
+  EXPECT_EQ(Bytes(data.begin(), data.begin() + 8), FromHex(v.plain));
 }
 
 TEST(Rc2Test, ZeroEffectiveBitsEncryptLike1024) {
@@ -136,7 +119,7 @@ TEST(Rc2Test, ZeroEffectiveBitsEncryptLike1024) {
 }
 
 TEST(Rc2Test, EffectiveBitsAbove1024ExpandLike1024) {
-  const Bytes key = Hex("88bca90e90875a7f0f79c384627bafb2");
+  const Bytes key = FromHex("88bca90e90875a7f0f79c384627bafb2");
   Bytes a(8, 0x42), b(8, 0x42);
   TRc2Cipher(TCipher::eEncrypt, key.data(), 16, 5000).ProcessBlock(a.data());
   TRc2Cipher(TCipher::eEncrypt, key.data(), 16, 1024).ProcessBlock(b.data());
@@ -177,30 +160,30 @@ TEST(Rc2Test, KeyLengthsOfOneAnd128AreAccepted) {
 TEST(Rc2Test, BerDumpFor128BitsWritesVersion58) {
   const Bytes key(16, 0x01);
   TRc2Cipher c(TCipher::eEncrypt, key.data(), 16, 128);
-  const Bytes iv = Hex("a1a2a3a4a5a6a7a8");
+  const Bytes iv = FromHex("a1a2a3a4a5a6a7a8");
   c.SetIv(iv.data());
   Bytes data(16, 0);
   ASSERT_EQ(c.EncryptData(data.data(), 16, false), 16u);  // the blob carries the IV, not the chain
   Bytes out(40, 0xEE);
   ASSERT_EQ(c.BerDump(out.data(), 27), 27u);
   EXPECT_EQ(Bytes(out.begin(), out.begin() + 27),
-            Hex("3019 0608 2a864886f70d0302 300d 0201 3a 0408 a1a2a3a4a5a6a7a8"));
+            FromHex("3019 0608 2a864886f70d0302 300d 0201 3a 0408 a1a2a3a4a5a6a7a8"));
   EXPECT_EQ(out[27], 0xEE);
-  EXPECT_EQ(Bytes(kRc2CbcObjectId, kRc2CbcObjectId + 8), Hex("2a864886f70d0302"));
+  EXPECT_EQ(Bytes(kRc2CbcObjectId, kRc2CbcObjectId + 8), FromHex("2a864886f70d0302"));
 }
 
 TEST(Rc2Test, BerDumpFor56And40BitsWritesATwoByteVersion) {
   const Bytes key(16, 0x01);
-  const Bytes iv = Hex("0001020304050607");
+  const Bytes iv = FromHex("0001020304050607");
   TRc2Cipher c56(TCipher::eEncrypt, key.data(), 16, 56);
   c56.SetIv(iv.data());
   Bytes out(28);
   ASSERT_EQ(c56.BerDump(out.data(), 28), 28u);
-  EXPECT_EQ(out, Hex("301a 0608 2a864886f70d0302 300e 0202 0078 0408 0001020304050607"));
+  EXPECT_EQ(out, FromHex("301a 0608 2a864886f70d0302 300e 0202 0078 0408 0001020304050607"));
   TRc2Cipher c40(TCipher::eDecrypt, key.data(), 5, 40);
   c40.SetIv(iv.data());
   ASSERT_EQ(c40.BerDump(out.data(), 28), 28u);
-  EXPECT_EQ(out, Hex("301a 0608 2a864886f70d0302 300e 0202 00a0 0408 0001020304050607"));
+  EXPECT_EQ(out, FromHex("301a 0608 2a864886f70d0302 300e 0202 00a0 0408 0001020304050607"));
 }
 
 TEST(Rc2Test, BerDumpRefusesOtherEffectiveBitsAndSmallBuffers) {
@@ -263,15 +246,15 @@ TEST(Rc4Test, ReproducesTheClassicVectors) {
   for (const Vector& v : vectors) {
     TRc4Cipher c(TCipher::eEncrypt, reinterpret_cast<const unsigned char*>(v.key),
                  static_cast<unsigned>(strlen(v.key)));
-    EXPECT_EQ(Rc4(c, B(v.plain), true), Hex(v.cipher)) << v.key;
+    EXPECT_EQ(Rc4(c, FromText(v.plain), true), FromHex(v.cipher)) << v.key;
   }
 }
 
 TEST(Rc4Test, ReproducesTheRfc6229KeystreamForA40BitKey) {
-  const Bytes key = Hex("0102030405");
+  const Bytes key = FromHex("0102030405");
   TRc4Cipher c(TCipher::eEncrypt, key.data(), 5);
   EXPECT_EQ(Rc4(c, Bytes(32, 0), true),
-            Hex("b2396305f03dc027ccc3524a0a1118a8 6982944f18fc82d589c403a47a0d0919"));
+            FromHex("b2396305f03dc027ccc3524a0a1118a8 6982944f18fc82d589c403a47a0d0919"));
 }
 
 // RFC 6229: keystream bytes at offsets up to 4096 for a 40-bit and a 128-bit
@@ -293,8 +276,8 @@ TEST(Rc4Test, ReproducesTheRfc6229KeystreamAtLaterOffsetsAcrossCalls) {
       {3072, "ec0e11c479dc329dc8da7968fe965681", "c05d88abd50357f935a63c59ee537623"},
       {4096, "ff25b58995996707e51fbdf08b34d875", "a36a4c301ae8ac13610ccbc12256cacc"},
   };
-  const Bytes key40 = Hex("0102030405");
-  const Bytes key128 = Hex("0102030405060708090a0b0c0d0e0f10");
+  const Bytes key40 = FromHex("0102030405");
+  const Bytes key128 = FromHex("0102030405060708090a0b0c0d0e0f10");
   for (const Bytes* key : {&key40, &key128}) {
     TRc4Cipher c(TCipher::eEncrypt, key->data(), static_cast<unsigned>(key->size()));
     Bytes stream(4112, 0);
@@ -308,24 +291,24 @@ TEST(Rc4Test, ReproducesTheRfc6229KeystreamAtLaterOffsetsAcrossCalls) {
     }
     for (const Row& row : rows) {
       EXPECT_EQ(Bytes(stream.begin() + row.offset, stream.begin() + row.offset + 16),
-                Hex(key == &key40 ? row.k40 : row.k128))
+                FromHex(key == &key40 ? row.k40 : row.k128))
           << row.offset;
     }
   }
 }
 
 TEST(Rc4Test, EachFinalMessageStartsTheKeystreamAgain) {
-  const Bytes key = B("a key");
+  const Bytes key = FromText("a key");
   TRc4Cipher c(TCipher::eEncrypt, key.data(), 5);
-  const Bytes message = B("the same message");
+  const Bytes message = FromText("the same message");
   const Bytes first = Rc4(c, message, true);
   const Bytes second = Rc4(c, message, true);
   EXPECT_EQ(first, second);
 }
 
 TEST(Rc4Test, WithoutFinalTheKeystreamContinues) {
-  const Bytes key = B("a key");
-  const Bytes message = B("the same message");
+  const Bytes key = FromText("a key");
+  const Bytes message = FromText("the same message");
   TRc4Cipher c(TCipher::eEncrypt, key.data(), 5);
   const Bytes first = Rc4(c, message, false);
   const Bytes second = Rc4(c, message, false);
@@ -339,7 +322,7 @@ TEST(Rc4Test, WithoutFinalTheKeystreamContinues) {
 }
 
 TEST(Rc4Test, ResetRestartsTheKeystream) {
-  const Bytes key = B("k");
+  const Bytes key = FromText("k");
   TRc4Cipher c(TCipher::eEncrypt, key.data(), 1);
   Bytes a(10, 0), b(10, 0);
   c.ProcessStream(a.data(), 10);
@@ -349,8 +332,8 @@ TEST(Rc4Test, ResetRestartsTheKeystream) {
 }
 
 TEST(Rc4Test, CiphertextDecryptsWithAnObjectOfEitherOperation) {
-  const Bytes key = B("Secret");
-  const Bytes plain = B("Attack at dawn");
+  const Bytes key = FromText("Secret");
+  const Bytes plain = FromText("Attack at dawn");
   TRc4Cipher enc(TCipher::eEncrypt, key.data(), 6);
   const Bytes cipher = Rc4(enc, plain, true);
   for (TCipher::ECipherOp op : {TCipher::eEncrypt, TCipher::eDecrypt,
@@ -382,7 +365,7 @@ TEST(Rc4Test, KeyLengthZeroIsRefused) {
 }
 
 TEST(Rc4Test, IsAStreamCipherWithoutBerSupport) {
-  const Bytes key = B("k");
+  const Bytes key = FromText("k");
   TRc4Cipher c(TCipher::eEncrypt, key.data(), 1);
   EXPECT_EQ(c.GetType(), TCipher::eStreamCipher);
   Bytes blob(64, 0xEE);
@@ -431,11 +414,11 @@ Bytes OpenSslRc2(bool cbc, const Bytes& key, unsigned bits, const Bytes& iv, con
 
 TEST(Rc2OpenSslTest, VectorsAgreeWithOpenSslIncluding1024EffectiveBits) {
   for (const Rc2Vector& v : kRc2Vectors) {
-    const Bytes key = Hex(v.key);
-    EXPECT_EQ(OpenSslRc2(false, key, v.bits, Bytes(8), Hex(v.plain)), Hex(v.cipher));
+    const Bytes key = FromHex(v.key);
+    EXPECT_EQ(OpenSslRc2(false, key, v.bits, Bytes(8), FromHex(v.plain)), FromHex(v.cipher));
   }
-  const Bytes key = Hex("88bca90e90875a7f0f79c384627bafb2");
-  const Bytes plain = Hex("0011223344556677");
+  const Bytes key = FromHex("88bca90e90875a7f0f79c384627bafb2");
+  const Bytes plain = FromHex("0011223344556677");
   Bytes block = plain;
   TRc2Cipher(TCipher::eEncrypt, key.data(), 16, 1024).ProcessBlock(block.data());
   EXPECT_EQ(block, OpenSslRc2(false, key, 1024, Bytes(8), plain));

@@ -13,6 +13,7 @@
 
 #include "OvraCryptRsaBigIntVectors.h"
 #include "TestAllocator.h"
+#include "TestBytes.h"
 #include "TestWide.h"
 
 #ifdef OVRA_HAVE_OPENSSL
@@ -152,8 +153,7 @@ TEST(BigIntConstructTest, TextLeadingZerosAddNoWords) {
 
 TEST(BigIntConstructTest, LongTextEqualsTheSameBytes) {
   std::mt19937 rng(11);
-  std::vector<unsigned char> bytes(517);
-  for (auto& b : bytes) b = static_cast<unsigned char>(rng());
+  std::vector<unsigned char> bytes = ovra_test::RandomBytes(rng, 517);
   bytes[0] |= 0x80;
   static const char kDigits[] = "0123456789abcdef";
   std::string text;

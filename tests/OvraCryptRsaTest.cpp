@@ -33,6 +33,8 @@ using ovra_test::ScopedCountingLibrary;
 using ovra_test::Stats;
 using ovra_test::StopFailing;
 using ovra_test::Bytes;
+using ovra_test::FromHex;
+using ovra_test::RandomBytes;
 using namespace ovra_test::rsa_keys;
 
 // The value as exactly n big-endian bytes (through TBigInt::Dump, left-padded).
@@ -735,8 +737,7 @@ TEST_F(RsaOpenSslTest, DataEncryptedByTheLibraryDecryptsWithTheOpenSslPrivateKey
     const unsigned k = cipher.GetModulusSize();
     ASSERT_EQ(BnParam(key.get(), OSSL_PKEY_PARAM_RSA_N).size(), k);
     for (unsigned len : {0u, 1u, 16u, 100u, k - 11}) {
-      Bytes message(len);
-      for (auto& c : message) c = static_cast<unsigned char>(rng());
+      const Bytes message = RandomBytes(rng, len);
       Bytes buf(message);
       buf.resize(k);
       const unsigned written = cipher.EncryptData(buf.data(), len, true);
@@ -759,8 +760,7 @@ TEST_F(RsaOpenSslTest, BlocksSignedWithTheOpenSslPrivateKeyAreRecovered) {
                             static_cast<unsigned>(e.size()));
     const unsigned k = cipher.GetModulusSize();
     for (unsigned len : {0u, 1u, 20u, 35u, k - 11}) {
-      Bytes message(len);
-      for (auto& c : message) c = static_cast<unsigned char>(rng());
+      const Bytes message = RandomBytes(rng, len);
       Bytes buf = SignType1(key.get(), message);
       ASSERT_EQ(buf.size(), k);
       ASSERT_EQ(cipher.DecryptData(buf.data(), k, true), len);

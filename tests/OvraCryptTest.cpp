@@ -14,6 +14,7 @@
 #include "OvraCryptDes.h"
 #include "RepeatedMapping.h"
 #include "TestAllocator.h"
+#include "TestBytes.h"
 
 #ifdef OVRA_HAVE_OPENSSL
 #include <openssl/evp.h>
@@ -21,15 +22,9 @@
 
 namespace {
 
-using Bytes = std::vector<unsigned char>;
-
-Bytes B(const char* s) { return Bytes(s, s + strlen(s)); }
-
-Bytes RandomBytes(std::mt19937& rng, size_t n) {
-  Bytes b(n);
-  for (auto& c : b) c = static_cast<unsigned char>(rng());
-  return b;
-}
+using ovra_test::Bytes;
+using ovra_test::FromText;
+using ovra_test::RandomBytes;
 
 // A heap copy of exactly n bytes, so that the address sanitizer catches any
 // read or write past its end.
@@ -68,9 +63,9 @@ int Decode(const std::string& text, Bytes* out) {
 }
 
 TEST(Base64Test, EncodesOneTwoAndThreeBytesWithPadding) {
-  EXPECT_EQ(Encode(B("M")), "TQ==");
-  EXPECT_EQ(Encode(B("Ma")), "TWE=");
-  EXPECT_EQ(Encode(B("Man")), "TWFu");
+  EXPECT_EQ(Encode(FromText("M")), "TQ==");
+  EXPECT_EQ(Encode(FromText("Ma")), "TWE=");
+  EXPECT_EQ(Encode(FromText("Man")), "TWFu");
   char text[8];
   EXPECT_EQ(OvraBinToBase64(reinterpret_cast<const unsigned char*>("M"), 1, text), 4u);
   EXPECT_EQ(OvraBinToBase64(reinterpret_cast<const unsigned char*>("Ma"), 2, text), 4u);
@@ -78,12 +73,12 @@ TEST(Base64Test, EncodesOneTwoAndThreeBytesWithPadding) {
 }
 
 TEST(Base64Test, EncodesTheRfc4648Vectors) {
-  EXPECT_EQ(Encode(B("f")), "Zg==");
-  EXPECT_EQ(Encode(B("fo")), "Zm8=");
-  EXPECT_EQ(Encode(B("foo")), "Zm9v");
-  EXPECT_EQ(Encode(B("foob")), "Zm9vYg==");
-  EXPECT_EQ(Encode(B("fooba")), "Zm9vYmE=");
-  EXPECT_EQ(Encode(B("foobar")), "Zm9vYmFy");
+  EXPECT_EQ(Encode(FromText("f")), "Zg==");
+  EXPECT_EQ(Encode(FromText("fo")), "Zm8=");
+  EXPECT_EQ(Encode(FromText("foo")), "Zm9v");
+  EXPECT_EQ(Encode(FromText("foob")), "Zm9vYg==");
+  EXPECT_EQ(Encode(FromText("fooba")), "Zm9vYmE=");
+  EXPECT_EQ(Encode(FromText("foobar")), "Zm9vYmFy");
   EXPECT_EQ(Encode(Bytes{0xFB, 0xFF, 0xBF}), "+/+/");
 }
 
@@ -118,13 +113,13 @@ TEST(Base64Test, EncoderWritesExactlyFourCharactersPerGroupAndTheTerminator) {
 TEST(Base64Test, DecodesFullAndPaddedGroups) {
   Bytes out;
   EXPECT_EQ(Decode("TWFu", &out), 3);
-  EXPECT_EQ(Bytes(out.begin(), out.begin() + 3), B("Man"));
+  EXPECT_EQ(Bytes(out.begin(), out.begin() + 3), FromText("Man"));
   EXPECT_EQ(Decode("TWE=", &out), 2);
-  EXPECT_EQ(Bytes(out.begin(), out.begin() + 2), B("Ma"));
+  EXPECT_EQ(Bytes(out.begin(), out.begin() + 2), FromText("Ma"));
   EXPECT_EQ(Decode("TQ==", &out), 1);
   EXPECT_EQ(out[0], 'M');
   EXPECT_EQ(Decode("Zm9vYmFy", &out), 6);
-  EXPECT_EQ(Bytes(out.begin(), out.begin() + 6), B("foobar"));
+  EXPECT_EQ(Bytes(out.begin(), out.begin() + 6), FromText("foobar"));
 }
 
 TEST(Base64Test, DecodingALengthThatIsNotAMultipleOfFourFails) {
@@ -190,13 +185,13 @@ TEST(Base64Test, PaddingMayBeFollowedByALetterInItsGroup) {
 TEST(Base64Test, PaddingMayOccurInAnyGroup) {
   Bytes out;
   ASSERT_EQ(Decode("TQ==TWFuTWE=", &out), 6);
-  EXPECT_EQ(Bytes(out.begin(), out.begin() + 6), B("MManMa"));
+  EXPECT_EQ(Bytes(out.begin(), out.begin() + 6), FromText("MManMa"));
 }
 
 TEST(Base64Test, OnFailureEarlierGroupsAreWrittenButTheResultIsZero) {
   Bytes out;
   EXPECT_EQ(Decode("TWFuTWE=TW\nu", &out), 0);
-  EXPECT_EQ(Bytes(out.begin(), out.begin() + 5), B("ManMa"));
+  EXPECT_EQ(Bytes(out.begin(), out.begin() + 5), FromText("ManMa"));
 }
 
 TEST(Base64Test, DecoderReadsNothingBeyondTheTerminator) {
@@ -666,7 +661,7 @@ TEST(ChecksumTest, ASumOfAllOnesGivesZero) {
 }
 
 TEST(ChecksumTest, SplittingAtAnyPointGivesTheSameResult) {
-  const Bytes abc = B("abc");
+  const Bytes abc = FromText("abc");
   TInetChecksum c;
   c.Update(abc.data(), 2);
   c.Update(abc.data() + 2, 1);
@@ -689,11 +684,11 @@ TEST(ChecksumTest, UpdateWithLengthZeroReturnsAtOnceEvenWhenOdd) {
   EXPECT_EQ(c.GetCurrent(), before);
   const unsigned char b = 'b';
   c.Update(&b, 1);
-  EXPECT_EQ(c.Finish(), ReferenceChecksum(B("ab")));
+  EXPECT_EQ(c.Finish(), ReferenceChecksum(FromText("ab")));
 }
 
 TEST(ChecksumTest, GetCurrentLeavesTheStateUnchanged) {
-  const Bytes data = B("hello world");
+  const Bytes data = FromText("hello world");
   TInetChecksum c;
   c.Update(data.data(), 5);
   const unsigned short first = c.GetCurrent();
@@ -720,8 +715,8 @@ TEST(ChecksumTest, SetCurrentResumesFromAnEarlierResult) {
 }
 
 TEST(ChecksumTest, FinishLeavesTheObjectAsAfterReset) {
-  const Bytes x = B("xyz");
-  const Bytes y = B("0123");
+  const Bytes x = FromText("xyz");
+  const Bytes y = FromText("0123");
   TInetChecksum c;
   c.Update(x.data(), 3);  // leaves an odd byte pending
   c.Finish();
@@ -1116,13 +1111,13 @@ TEST(CipherFrameworkTest, ProcessDataDecryptsForEveryNonZeroOperation) {
     TTestBlockCipher dec(static_cast<TCipher::ECipherOp>(op));
     enc.SetIv(iv);
     dec.SetIv(iv);
-    Bytes data = B("0123456789");
+    Bytes data = FromText("0123456789");
     data.resize(16);
     TCipher& encoder = enc;
     TCipher& decoder = dec;
     ASSERT_EQ(encoder.ProcessData(data.data(), 10, true), 16u);
     ASSERT_EQ(decoder.ProcessData(data.data(), 16, true), 10u) << op;
-    EXPECT_EQ(Bytes(data.begin(), data.begin() + 10), B("0123456789"));
+    EXPECT_EQ(Bytes(data.begin(), data.begin() + 10), FromText("0123456789"));
   }
 }
 
@@ -1130,7 +1125,7 @@ TEST(CipherFrameworkTest, BlockSizesOtherThanEightUseTheGeneralPath) {
   TTestBlockCipher c(TCipher::eEncrypt, 4, true);
   c.SetMode(TBlockCipher::eEcb);
   unsigned result;
-  const Bytes out = EncryptAll(c, B("abcdef"), true, &result);
+  const Bytes out = EncryptAll(c, FromText("abcdef"), true, &result);
   EXPECT_EQ(result, 8u);
   EXPECT_EQ(out[6], 2);
   EXPECT_EQ(out[7], 2);
@@ -1198,7 +1193,7 @@ TEST(CrypterTest, CryptDataForwardsToTheCipher) {
   const unsigned char iv[8] = {7, 7, 7, 7, 7, 7, 7, 7};
   TCrypter e(enc, TBlockCipher::eCbc, iv);
   TCrypter d(dec, TBlockCipher::eCbc, iv);
-  const Bytes plain = B("attack at dawn!");
+  const Bytes plain = FromText("attack at dawn!");
   Bytes out(plain.size() + 8, 0);
   const unsigned n = e.CryptData(plain.data(), static_cast<unsigned>(plain.size()), out.data(), true);
   EXPECT_EQ(n, 16u);

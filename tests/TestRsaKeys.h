@@ -4,13 +4,10 @@
 #define OVRA_TESTS_TESTRSAKEYS_H
 
 #include <initializer_list>
-#include <string>
-#include <vector>
+
+#include "TestBytes.h"
 
 namespace ovra_test {
-
-using Bytes = std::vector<unsigned char>;
-
 namespace rsa_keys {
 
 // Keys made with another language's integers from fixed-seed primes, with
@@ -62,14 +59,6 @@ inline const char kSigned2112[] =
     "D5237E41645143E279FA3D2CE2837FBAD8B49C22C9C9D55A";
 inline const char kSignedMessage[] = "recovered message";
 inline const Bytes kE = {0x01, 0x00, 0x01};
-
-inline Bytes FromHex(const std::string& hex) {
-  Bytes out;
-  for (size_t i = 0; i + 1 < hex.size(); i += 2) {
-    out.push_back(static_cast<unsigned char>(std::stoul(hex.substr(i, 2), nullptr, 16)));
-  }
-  return out;
-}
 
 // DER: one element with a definite length in the shortest form.
 inline Bytes Tlv(unsigned char tag, const Bytes& content) {
