@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 #include <limits.h>
 
+#include <functional>
+#include <ostream>
 #include <random>
 #include <string>
 #include <vector>
@@ -481,29 +483,6 @@ TEST_F(TextTest, EscapeReadsTextLyingInOut) {
   EXPECT_EQ(Text(out), u"c&lt;");
 }
 
-TEST_F(TextTest, EscapeAgreesWithReplacingInTurnOnRandomText) {
-  std::mt19937 rng(9201);
-  std::uniform_int_distribution<size_t> length(0, 400);
-  for (int i = 0; i < 2000; ++i) {
-    const std::u16string text = RandomText(rng, length(rng));
-    EXPECT_EQ(ConvertExact(OvraEntityEscape, text), ReferenceEscape(text)) << i;
-  }
-}
-
-TEST_F(TextTest, EscapeAllocationFailureLeavesOutEmpty) {
-  const std::u16string text = u"\"quoted\" & <tagged> " + std::u16string(300, u'x');
-  SweepAllocationFailures([&text](FailurePoint& point) {
-    TBstr out(W(u"previous"));
-    point.Arm();
-    OvraEntityEscape(W(text.c_str()), out);
-    if (point.Disarm()) {
-      EXPECT_TRUE(out.IsEmpty());
-    } else {
-      EXPECT_EQ(Text(out), ReferenceEscape(text));
-    }
-  });
-}
-
 // ===========================================================================
 // Entity unescaping
 // ===========================================================================
@@ -601,31 +580,6 @@ TEST_F(TextTest, UnescapeWorksOnTheStackUpTo127UnitsAndOnTheHeapBeyond) {
   }
 }
 
-TEST_F(TextTest, UnescapeAllocationFailureLeavesOutUnchanged) {
-  for (size_t n : {20u, 127u, 128u, 300u}) {
-    const std::u16string text = TextWithEntity(n);
-    SweepAllocationFailures([&text](FailurePoint& point) {
-      TBstr out(W(u"previous"));
-      point.Arm();
-      OvraEntityUnescape(W(text.c_str()), out);
-      if (point.Disarm()) {
-        EXPECT_EQ(Text(out), u"previous");
-      } else {
-        EXPECT_EQ(Text(out), ReferenceUnescape(text));
-      }
-    });
-  }
-}
-
-TEST_F(TextTest, UnescapeTakesArbitraryUnitsLikeThePlainScanner) {
-  std::mt19937 rng(9202);
-  std::uniform_int_distribution<size_t> length(0, 300);
-  for (int i = 0; i < 3000; ++i) {
-    const std::u16string text = RandomText(rng, i < 300 ? static_cast<size_t>(i) : length(rng));
-    EXPECT_EQ(ConvertExact(OvraEntityUnescape, text), ReferenceUnescape(text)) << i;
-  }
-}
-
 TEST_F(TextTest, EscapeThenUnescapeGivesTheOriginalText) {
   std::mt19937 rng(9203);
   std::uniform_int_distribution<size_t> length(0, 300);
@@ -691,29 +645,6 @@ TEST_F(TextTest, PlainToHtmlReadsTextLyingInOut) {
   TBstr out(W(u"a\r\n<b>"));
   OvraPlainToHtml(out.GetString(), out);
   EXPECT_EQ(Text(out), u"<HTML><BODY>a<BR>&lt;b&gt;</BODY></HTML>");
-}
-
-TEST_F(TextTest, PlainToHtmlAgreesWithTheStepsDoneInTurnOnRandomText) {
-  std::mt19937 rng(9204);
-  std::uniform_int_distribution<size_t> length(0, 400);
-  for (int i = 0; i < 2000; ++i) {
-    const std::u16string text = RandomText(rng, length(rng));
-    EXPECT_EQ(ConvertExact(OvraPlainToHtml, text), ReferencePlainToHtml(text)) << i;
-  }
-}
-
-TEST_F(TextTest, PlainToHtmlAllocationFailureLeavesOutEmpty) {
-  const std::u16string text = u"one\r\ntwo & \"three\"" + std::u16string(200, u'<');
-  SweepAllocationFailures([&text](FailurePoint& point) {
-    TBstr out(W(u"previous"));
-    point.Arm();
-    OvraPlainToHtml(W(text.c_str()), out);
-    if (point.Disarm()) {
-      EXPECT_TRUE(out.IsEmpty());
-    } else {
-      EXPECT_EQ(Text(out), ReferencePlainToHtml(text));
-    }
-  });
 }
 
 // ===========================================================================
@@ -808,31 +739,6 @@ TEST_F(TextTest, HtmlToPlainWorksOnTheStackUpTo127UnitsAndOnTheHeapBeyond) {
   }
 }
 
-TEST_F(TextTest, HtmlToPlainAllocationFailureLeavesOutUnchanged) {
-  for (size_t n : {20u, 127u, 128u, 130u, 300u}) {
-    const std::u16string text = TextWithTag(n - 5) + u"&lt;<br>";
-    SweepAllocationFailures([&text](FailurePoint& point) {
-      TBstr out(W(u"previous"));
-      point.Arm();
-      OvraHtmlToPlain(W(text.c_str()), out);
-      if (point.Disarm()) {
-        EXPECT_EQ(Text(out), u"previous");
-      } else {
-        EXPECT_EQ(Text(out), ReferenceHtmlToPlain(text));
-      }
-    });
-  }
-}
-
-TEST_F(TextTest, HtmlToPlainTakesArbitraryUnitsLikeThePlainScanners) {
-  std::mt19937 rng(9205);
-  std::uniform_int_distribution<size_t> length(0, 300);
-  for (int i = 0; i < 3000; ++i) {
-    const std::u16string text = RandomText(rng, i < 300 ? static_cast<size_t>(i) : length(rng));
-    EXPECT_EQ(ConvertExact(OvraHtmlToPlain, text), ReferenceHtmlToPlain(text)) << i;
-  }
-}
-
 TEST_F(TextTest, PlainToHtmlThenHtmlToPlainGivesTheOriginalText) {
   std::mt19937 rng(9206);
   std::uniform_int_distribution<size_t> length(0, 300);
@@ -845,5 +751,91 @@ TEST_F(TextTest, PlainToHtmlThenHtmlToPlainGivesTheOriginalText) {
     EXPECT_EQ(Text(back), text) << i;
   }
 }
+
+// ===========================================================================
+// The four conversions against their plain models
+// ===========================================================================
+
+// One conversion with the plain model it must agree with, the random texts it
+// is compared on, and the texts its allocation failures are swept on.
+struct ConversionCase {
+  const char* name;
+  void (*convert)(const unsigned short* text, TBstr& out);
+  std::function<std::u16string(const std::u16string&)> reference;
+  unsigned seed;      // of the random texts
+  int runs;           // random texts compared
+  size_t maxLength;   // of a random text
+  int lengthsInTurn;  // the first runs take the lengths 0, 1, 2 ... instead
+  bool keepsOut;      // out is left unchanged (not emptied) when memory runs out
+  std::vector<std::u16string> failureTexts;
+};
+
+// Prints the conversion's name in the messages of a failing test.
+void PrintTo(const ConversionCase& c, std::ostream* out) { *out << c.name; }
+
+class ConversionTest : public TextTest, public ::testing::WithParamInterface<ConversionCase> {};
+
+TEST_P(ConversionTest, AgreesWithThePlainModelOnRandomText) {
+  const ConversionCase& c = GetParam();
+  std::mt19937 rng(c.seed);
+  std::uniform_int_distribution<size_t> length(0, c.maxLength);
+  for (int i = 0; i < c.runs; ++i) {
+    const std::u16string text =
+        RandomText(rng, i < c.lengthsInTurn ? static_cast<size_t>(i) : length(rng));
+    EXPECT_EQ(ConvertExact(c.convert, text), c.reference(text)) << i;
+  }
+}
+
+TEST_P(ConversionTest, AllocationFailureEmptiesOutOrLeavesItAsDocumented) {
+  const ConversionCase& c = GetParam();
+  for (const std::u16string& text : c.failureTexts) {
+    SweepAllocationFailures([&c, &text](FailurePoint& point) {
+      TBstr out(W(u"previous"));
+      point.Arm();
+      c.convert(W(text.c_str()), out);
+      if (point.Disarm()) {
+        if (c.keepsOut) {
+          EXPECT_EQ(Text(out), u"previous");
+        } else {
+          EXPECT_TRUE(out.IsEmpty());
+        }
+      } else {
+        EXPECT_EQ(Text(out), c.reference(text));
+      }
+    });
+  }
+}
+
+// The texts of the sweeps: above 127 units the scanners take a heap buffer.
+std::vector<std::u16string> TextsWithEntity() {
+  std::vector<std::u16string> texts;
+  for (size_t n : {20u, 127u, 128u, 300u}) texts.push_back(TextWithEntity(n));
+  return texts;
+}
+
+std::vector<std::u16string> TextsWithTagAndEntity() {
+  std::vector<std::u16string> texts;
+  for (size_t n : {20u, 127u, 128u, 130u, 300u}) texts.push_back(TextWithTag(n - 5) + u"&lt;<br>");
+  return texts;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Conversions, ConversionTest,
+    ::testing::Values(
+        // Escaping is compared with replacing the four characters in turn.
+        ConversionCase{"EntityEscape", OvraEntityEscape, ReferenceEscape, 9201, 2000, 400, 0,
+                       false, {u"\"quoted\" & <tagged> " + std::u16string(300, u'x')}},
+        // Unescaping takes arbitrary units like the plain scanner.
+        ConversionCase{"EntityUnescape", OvraEntityUnescape, ReferenceUnescape, 9202, 3000, 300,
+                       300, true, TextsWithEntity()},
+        // Plain text to HTML is compared with its steps done in turn.
+        ConversionCase{"PlainToHtml", OvraPlainToHtml, ReferencePlainToHtml, 9204, 2000, 400, 0,
+                       false, {u"one\r\ntwo & \"three\"" + std::u16string(200, u'<')}},
+        // HTML to plain text takes arbitrary units like the plain scanners.
+        ConversionCase{"HtmlToPlain", OvraHtmlToPlain, ReferenceHtmlToPlain, 9205, 3000, 300, 300,
+                       true, TextsWithTagAndEntity()}),
+    [](const ::testing::TestParamInfo<ConversionCase>& info) {
+      return std::string(info.param.name);
+    });
 
 }  // namespace
