@@ -4,13 +4,16 @@
 // one) until a run makes fewer requests than the one meant to fail, i.e. the
 // operation went through without any failure. Each run must leave no block
 // behind. The largest N reached is printed, so that the inventory of every
-// operation's allocation count can be read off a run of the test.
+// operation's allocation count can be read off a run of the test. Each
+// facility's test file holds the sweeps of its own operations, under a
+// "--- Allocation failures ---" heading.
 #ifndef OVRA_TESTS_ALLOCSWEEP_H
 #define OVRA_TESTS_ALLOCSWEEP_H
 
 #include <gtest/gtest.h>
 #include <stdio.h>
 
+#include <memory>
 #include <string>
 
 #include "TestAllocator.h"
@@ -109,6 +112,24 @@ long SweepBothModes(const std::string& what, Op op, bool allowNoAllocation = fal
   const long later = SweepUntilSuccess(what, op, FailMode::kAllLater, allowNoAllocation);
   return one > later ? one : later;
 }
+
+// Fixture of the sweep tests: starts the library with the counting allocator
+// for every test and checks at the end that no block is left.
+class SweepTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    m_library.reset(new ScopedCountingLibrary);
+    ASSERT_TRUE(m_library->started());
+  }
+  void TearDown() override {
+    StopFailing();
+    EXPECT_EQ(Stats().live.load(), 0) << "blocks left at the end of the test";
+    m_library.reset();
+  }
+
+ private:
+  std::unique_ptr<ScopedCountingLibrary> m_library;
+};
 
 }  // namespace ovra_test
 

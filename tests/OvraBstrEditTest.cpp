@@ -980,4 +980,105 @@ TEST_F(EditTest, FormatFailureLeavesTheStringEmpty) {
   });
 }
 
+// --- Allocation failures ---------------------------------------------------
+// Each operation runs with its 1st, 2nd, ... allocation failing, alone and
+// with every later one (AllocSweep.h), until it goes through; every run must
+// give the documented out-of-memory result and leak nothing. The N each sweep
+// reaches is printed ("[ SWEEP    ]").
+
+class AllocSweepBstr : public BstrSweepTest {};
+
+TEST_F(AllocSweepBstr, InsertDeleteAndReplaceEmptyTheStringAtEveryFailure) {
+  SweepEdit("TBstr::Insert(ch)", u"abc", [](TBstr& s) {
+    const int length = s.Insert(1, static_cast<unsigned short>(u'X'));
+    EXPECT_EQ(length, s.GetLength());
+  }, u"aXbc");
+  SweepEdit("TBstr::Insert(text)", u"abc", [](TBstr& s) {
+    const int length = s.Insert(3, W(u"def"));
+    EXPECT_EQ(length, s.GetLength());
+  }, u"abcdef");
+  SweepEdit("TBstr::Insert(own text)", u"abc", [](TBstr& s) {
+    const int length = s.Insert(1, s.GetString());
+    EXPECT_EQ(length, s.GetLength());
+  }, u"aabcbc");
+  SweepEdit("TBstr::Delete", u"abcdef", [](TBstr& s) {
+    const int length = s.Delete(1, 2);
+    EXPECT_EQ(length, s.GetLength());
+  }, u"adef");
+  SweepEdit("TBstr::Replace(text, longer)", u"a.b.c", [](TBstr& s) {
+    const int count = s.Replace(W(u"."), W(u"--"));
+    if (s.IsEmpty()) {
+      EXPECT_LE(count, 2);
+    } else {
+      EXPECT_EQ(count, 2);
+    }
+  }, u"a--b--c");
+  SweepEdit("TBstr::Replace(text, shorter)", u"a..b..c", [](TBstr& s) {
+    const int count = s.Replace(W(u".."), W(u"/"));
+    EXPECT_LE(count, 2);
+  }, u"a/b/c");
+  SweepEdit("TBstr::Replace(text, removed)", u"xaxbx", [](TBstr& s) {
+    EXPECT_LE(s.Replace(W(u"x"), nullptr), 3);
+  }, u"ab");
+}
+
+TEST_F(AllocSweepBstr, InPlaceEditsEitherAllocateNothingOrEmptyTheString) {
+  // These edits may shrink the buffer to the new length; whatever they do, a
+  // failure may only leave the documented empty string.
+  auto sweepInPlace = [&](const std::string& what, const std::u16string& initial, auto edit,
+                          const std::u16string& expected) {
+    SweepBothModes(what, [&](SweepRun& run) {
+      TBstr s(U(initial));
+      run.Arm();
+      edit(s);
+      if (run.Disarm()) {
+        EXPECT_TRUE(s.IsEmpty()) << what << " n=" << run.n();
+      } else {
+        EXPECT_EQ(Text(s), expected) << what;
+      }
+    }, true);
+  };
+  sweepInPlace("TBstr::Remove", u"a-b-c", [](TBstr& s) { EXPECT_LE(s.Remove(u'-'), 2); }, u"abc");
+  sweepInPlace("TBstr::TrimLeft", u"   abc", [](TBstr& s) { s.TrimLeft(); }, u"abc");
+  sweepInPlace("TBstr::TrimRight", u"abc   ", [](TBstr& s) { s.TrimRight(); }, u"abc");
+  sweepInPlace("TBstr::Normalize", u"A b C", [](TBstr& s) { s.Normalize(); }, u"abc");
+  sweepInPlace("TBstr::MakeUpper", u"abc", [](TBstr& s) { s.MakeUpper(); }, u"ABC");
+  sweepInPlace("TBstr::MakeReverse", u"abc", [](TBstr& s) { s.MakeReverse(); }, u"cba");
+  sweepInPlace("TBstr::Replace(ch)", u"a.b", [](TBstr& s) { s.Replace(u'.', u'-'); }, u"a-b");
+}
+
+// FormatV through a variadic helper, so that its own argument list is swept.
+void CallFormatV(TBstr& s, const unsigned short* format, ...) {
+  va_list args;
+  va_start(args, format);
+  s.FormatV(format, args);
+  va_end(args);
+}
+
+TEST_F(AllocSweepBstr, FormatEmptiesTheStringAtEveryFailure) {
+  const std::u16string longText = LongText(u'a', 500);
+  SweepEdit("TBstr::Format", u"old", [](TBstr& s) {
+    s.Format(W(u"%s=%d"), W(u"answer"), 42);
+  }, u"answer=42");
+  SweepEdit("TBstr::Format(own text)", u"self", [](TBstr& s) {
+    s.Format(W(u"<%s>"), s.GetString());
+  }, u"<self>");
+  SweepEdit("TBstr::Format(long)", u"old", [&](TBstr& s) {
+    s.Format(W(u"%s|%s"), U(longText), U(longText));
+  }, longText + u"|" + longText);
+  SweepEdit("TBstr::FormatV", u"old", [](TBstr& s) {
+    CallFormatV(s, W(u"%05d/%x"), 7, 255);
+  }, u"00007/ff");
+}
+
+TEST_F(AllocSweepBstr, SubstringsAreEmptyAtEveryFailure) {
+  SweepMake("TBstr::Mid(first, count)", u"0123456789", [](const TBstr& s) { return s.Mid(2, 3); },
+            u"234");
+  SweepMake("TBstr::Mid(first)", u"0123456789", [](const TBstr& s) { return s.Mid(7); }, u"789");
+  SweepMake("TBstr::Left", u"0123456789", [](const TBstr& s) { return s.Left(4); }, u"0123");
+  SweepMake("TBstr::Right", u"0123456789", [](const TBstr& s) { return s.Right(2); }, u"89");
+  SweepMake("TBstr::GetBestEncoding", u"caf\u00E9", [](const TBstr& s) { return s.GetBestEncoding(); },
+            u"iso-8859-1");
+}
+
 }  // namespace

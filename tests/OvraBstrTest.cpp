@@ -1335,4 +1335,165 @@ TEST_F(BstrTest, BestEncodingFailureGivesAnEmptyString) {
   });
 }
 
+// --- Allocation failures ---------------------------------------------------
+// Each operation runs with its 1st, 2nd, ... allocation failing, alone and
+// with every later one (AllocSweep.h), until it goes through; every run must
+// give the documented out-of-memory result and leak nothing. The N each sweep
+// reaches is printed ("[ SWEEP    ]").
+
+class AllocSweepBstr : public BstrSweepTest {};
+
+TEST_F(AllocSweepBstr, CountedBuffersAreNullWhenTheirAllocationFails) {
+  SweepBothModes("OvraAllocString", [](SweepRun& run) {
+    run.Arm();
+    unsigned short* b = OvraAllocString(W(u"buffer"));
+    if (run.Disarm()) {
+      EXPECT_EQ(b, nullptr);
+    } else {
+      ASSERT_NE(b, nullptr);
+      EXPECT_EQ(OvraStringLen(b), 6u);
+      EXPECT_EQ(ovra_test::ToU16(b), u"buffer");
+    }
+    OvraFreeString(b);
+  });
+  SweepBothModes("OvraAllocStringLen", [](SweepRun& run) {
+    run.Arm();
+    unsigned short* b = OvraAllocStringLen(W(u"ab\0cd"), 5);
+    if (run.Disarm()) {
+      EXPECT_EQ(b, nullptr);
+    } else {
+      ASSERT_NE(b, nullptr);
+      EXPECT_EQ(ovra_test::ToU16(b, 5), std::u16string(u"ab\0cd", 5));
+    }
+    OvraFreeString(b);
+  });
+}
+
+TEST_F(AllocSweepBstr, TextConversionsIntoCallerBuffersAllocateNothing) {
+  SweepUntilSuccess("UTF-8 and single-byte conversions, encoded lengths", [](SweepRun& run) {
+    const TBstr text(W(u"caf\u00E9 \u20AC"));
+    char bytes[32];
+    unsigned short units[32];
+    run.Arm();
+    EXPECT_EQ(OvraStringUtf8ByteLen(text.GetString()), 9);
+    EXPECT_EQ(OvraStringToUtf8(text.GetString(), 6, bytes, 30), 9);
+    EXPECT_EQ(OvraUtf8ToString(bytes, 9, units, 30), 6);
+    EXPECT_EQ(OvraUnicodeToMultibyte(text.GetString(), -1, bytes, 30), 7);
+    EXPECT_EQ(OvraMultibyteToUnicode(bytes, -1, units, 30), 7);
+    EXPECT_EQ(text.GetEncodedByteLength(kUtf8Encoding), 9);
+    EXPECT_EQ(text.GetEncodedByteLength(kUnicodeEncoding), 12);
+    EXPECT_FALSE(run.Disarm());
+  }, FailMode::kOne, true);
+}
+
+TEST_F(AllocSweepBstr, ConvertBufferHoldsNoTextWhenItsAllocationFails) {
+  SweepBothModes("TConvertBuffer", [](SweepRun& run) {
+    run.Arm();
+    TConvertBuffer text("narrow \xE9", -1);
+    if (run.Disarm()) {
+      EXPECT_EQ(text.GetText(), nullptr);
+      EXPECT_EQ(text.GetLength(), 0);
+    } else {
+      EXPECT_EQ(text.GetLength(), 8);
+      EXPECT_EQ(ovra_test::ToU16(text.GetText()), u"narrow \u00E9");
+    }
+  });
+}
+
+TEST_F(AllocSweepBstr, ConstructorsGiveTheEmptyStringAtEveryFailure) {
+  const std::u16string longText = LongText(u'a', 300);
+  auto sweepCtor = [](const std::string& what, auto make, const std::u16string& expected) {
+    SweepBothModes(what, [&](SweepRun& run) {
+      run.Arm();
+      TBstr s = make();
+      if (run.Disarm()) {
+        EXPECT_TRUE(s.IsEmpty()) << what << " n=" << run.n();
+        EXPECT_STREQ(s.GetMultibyteString(), "");
+      } else {
+        EXPECT_EQ(Text(s), expected) << what;
+      }
+    });
+  };
+  const TBstr source(W(u"copied"));
+  sweepCtor("TBstr(const TBstr&)", [&] { return TBstr(source); }, u"copied");
+  sweepCtor("TBstr(ch, 5)", [] { return TBstr(u'x', 5); }, u"xxxxx");
+  sweepCtor("TBstr(ch, 300)", [] { return TBstr(u'y', 300); }, std::u16string(300, u'y'));
+  sweepCtor("TBstr(const unsigned short*)", [] { return TBstr(W(u"wide")); }, u"wide");
+  sweepCtor("TBstr(const unsigned short*, 300)",
+            [&] { return TBstr(U(longText), 300); }, longText);
+  sweepCtor("TBstr(const char*)", [] { return TBstr("narrow"); }, u"narrow");
+  sweepCtor("TBstr(const char*, 3)", [] { return TBstr("narrow", 3); }, u"nar");
+  // A move takes the buffer: nothing to allocate, nothing to fail.
+  SweepUntilSuccess("TBstr(TBstr&&)", [](SweepRun& run) {
+    TBstr from(W(u"moved"));
+    run.Arm();
+    TBstr to(std::move(from));
+    EXPECT_FALSE(run.Disarm());
+    EXPECT_EQ(Text(to), u"moved");
+  }, FailMode::kOne, true);
+}
+
+TEST_F(AllocSweepBstr, AssignAndAppendEmptyTheStringAtEveryFailure) {
+  const std::u16string longText = LongText(u'A', 200);
+  // Arguments are made before the sweep, so that only the operation allocates.
+  const TBstr newText(W(u"new text"));  // longer: the buffer cannot be reused
+  const TBstr longString(U(longText));
+  const TBstr tail(W(u"-tail"));
+  SweepEdit("TBstr::Assign(const TBstr&)", u"old", [&](TBstr& s) { s.Assign(newText); },
+            u"new text");
+  SweepEdit("TBstr::Assign(ch)", u"old", [](TBstr& s) { s.Assign(static_cast<unsigned short>(u'c')); },
+            u"c");
+  SweepEdit("TBstr::Assign(const unsigned short*)", u"old",
+            [](TBstr& s) { s.Assign(W(u"wide text")); }, u"wide text");
+  SweepEdit("TBstr::Assign(own tail)", u"0123456789",
+            [](TBstr& s) { s.Assign(s.GetString() + 4); }, u"456789");
+  SweepEdit("TBstr::Assign(const char*)", u"old", [](TBstr& s) { s.Assign("narrow"); },
+            u"narrow");
+  SweepEdit("TBstr::operator=(const TBstr&)", u"old",
+            [&](TBstr& s) { s = longString; }, longText);
+  SweepEdit("TBstr::Append(const TBstr&)", u"head",
+            [&](TBstr& s) { s.Append(tail); }, u"head-tail");
+  SweepEdit("TBstr::Append(itself)", u"twice", [](TBstr& s) { s.Append(s); }, u"twicetwice");
+  SweepEdit("TBstr::Append(ch)", u"head", [](TBstr& s) { s.Append(static_cast<unsigned short>(u'!')); },
+            u"head!");
+  SweepEdit("TBstr::Append(const unsigned short*)", u"head",
+            [&](TBstr& s) { s.Append(U(longText)); }, u"head" + longText);
+  SweepEdit("TBstr::Append(own text)", u"abc", [](TBstr& s) { s.Append(s.GetString() + 1); },
+            u"abcbc");
+  SweepEdit("TBstr::Append(const char*)", u"head", [](TBstr& s) { s.Append("-narrow"); },
+            u"head-narrow");
+  SweepEdit("TBstr::operator+=(const char*)", u"", [](TBstr& s) { s += "first"; }, u"first");
+}
+
+TEST_F(AllocSweepBstr, CopiesAndNarrowTextFailWithoutChangingTheString) {
+  SweepBothModes("TBstr::Copy", [](SweepRun& run) {
+    const TBstr s(W(u"copy me"));
+    run.Arm();
+    unsigned short* copy = s.Copy();
+    if (run.Disarm()) {
+      EXPECT_EQ(copy, nullptr);
+    } else {
+      ASSERT_NE(copy, nullptr);
+      EXPECT_EQ(ovra_test::ToU16(copy), u"copy me");
+    }
+    EXPECT_EQ(Text(s), u"copy me");
+    OvraFreeString(copy);
+  });
+  SweepBothModes("TBstr::GetMultibyteString", [](SweepRun& run) {
+    const TBstr s(W(u"caf\u00E9 \u20AC"));
+    run.Arm();
+    const char* narrow = s.GetMultibyteString();
+    const bool failed = run.Disarm();
+    ASSERT_NE(narrow, nullptr);
+    if (failed) {
+      EXPECT_STREQ(narrow, "");
+      // The cache was not filled: a later call tries again.
+      EXPECT_STREQ(s.GetMultibyteString(), "caf\xE9 ?");
+    } else {
+      EXPECT_STREQ(narrow, "caf\xE9 ?");
+    }
+    EXPECT_EQ(Text(s), u"caf\u00E9 \u20AC");
+  });
+}
+
 }  // namespace

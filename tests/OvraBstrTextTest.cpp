@@ -838,4 +838,96 @@ INSTANTIATE_TEST_SUITE_P(
       return std::string(info.param.name);
     });
 
+// --- Allocation failures ---------------------------------------------------
+// Each operation runs with its 1st, 2nd, ... allocation failing, alone and
+// with every later one (AllocSweep.h), until it goes through; every run must
+// give the documented out-of-memory result and leak nothing. The N each sweep
+// reaches is printed ("[ SWEEP    ]").
+
+class AllocSweepBstr : public BstrSweepTest {};
+
+TEST_F(AllocSweepBstr, TextConversionsReportFailureAsDocumented) {
+  SweepBothModes("OvraQelToIsoEncoding", [](SweepRun& run) {
+    TBstr name(W(u"before"));
+    run.Arm();
+    const bool ok = OvraQelToIsoEncoding(13, name);
+    if (run.Disarm()) {
+      EXPECT_FALSE(ok);
+      EXPECT_TRUE(name.IsEmpty());
+    } else {
+      EXPECT_TRUE(ok);
+      EXPECT_EQ(Text(name), u"utf-8");
+    }
+  });
+  SweepBothModes("OvraQelToIsoEncoding(unknown)", [](SweepRun& run) {
+    TBstr name;
+    run.Arm();
+    EXPECT_FALSE(OvraQelToIsoEncoding(7, name));
+    EXPECT_EQ(Text(name), run.Disarm() ? u"" : u"?");
+  });
+  SweepBothModes("OvraQelToIsoLang", [](SweepRun& run) {
+    TBstr tag(W(u"before"));
+    run.Arm();
+    const bool ok = OvraQelToIsoLang(19, tag);
+    if (run.Disarm()) {
+      EXPECT_FALSE(ok);
+      EXPECT_TRUE(tag.IsEmpty());
+    } else {
+      EXPECT_TRUE(ok);
+      EXPECT_EQ(Text(tag), u"zh-tw");
+    }
+  });
+}
+
+TEST_F(AllocSweepBstr, HtmlAndEntityConversionsEmptyOrKeepTheirOutputAsDocumented) {
+  const std::u16string longPlain = LongText(u'a', 150) + u"<&>\"" + LongText(u'k', 10);
+  const std::u16string longEscaped =
+      LongText(u'a', 150) + u"&lt;&amp;&gt;&quot;" + LongText(u'k', 10);
+  // Escaping: out is empty after a failure.
+  auto sweepEmptying = [&](const std::string& what, auto convert, const std::u16string& input,
+                           const std::u16string& expected, bool inPlace) {
+    SweepBothModes(what, [&](SweepRun& run) {
+      TBstr out(W(u"previous"));
+      TBstr in(U(input));
+      if (inPlace) out = in;
+      run.Arm();
+      convert(inPlace ? out.GetString() : in.GetString(), out);
+      if (run.Disarm()) {
+        EXPECT_TRUE(out.IsEmpty()) << what << " n=" << run.n();
+      } else {
+        EXPECT_EQ(Text(out), expected) << what;
+      }
+    });
+  };
+  sweepEmptying("OvraEntityEscape", OvraEntityEscape, u"a<b>&\"c\"", u"a&lt;b&gt;&amp;&quot;c&quot;",
+                false);
+  sweepEmptying("OvraEntityEscape(in place, long)", OvraEntityEscape, longPlain, longEscaped, true);
+  sweepEmptying("OvraPlainToHtml", OvraPlainToHtml, u"a<b\r\nc",
+                u"<HTML><BODY>a&lt;b<BR>c</BODY></HTML>", false);
+  sweepEmptying("OvraPlainToHtml(in place)", OvraPlainToHtml, u"x&y", u"<HTML><BODY>x&amp;y</BODY></HTML>",
+                true);
+  // Unescaping: out is left unchanged after a failure.
+  auto sweepKeeping = [&](const std::string& what, auto convert, const std::u16string& input,
+                          const std::u16string& expected, bool inPlace) {
+    SweepBothModes(what, [&](SweepRun& run) {
+      TBstr out(W(u"previous"));
+      TBstr in(U(input));
+      if (inPlace) out = in;
+      const std::u16string before = Text(out);
+      run.Arm();
+      convert(inPlace ? out.GetString() : in.GetString(), out);
+      if (run.Disarm()) {
+        EXPECT_EQ(Text(out), before) << what << " n=" << run.n();
+      } else {
+        EXPECT_EQ(Text(out), expected) << what;
+      }
+    });
+  };
+  sweepKeeping("OvraEntityUnescape", OvraEntityUnescape, u"a&lt;b&amp;c", u"a<b&c", false);
+  sweepKeeping("OvraEntityUnescape(in place, long)", OvraEntityUnescape, longEscaped, longPlain, true);
+  sweepKeeping("OvraHtmlToPlain", OvraHtmlToPlain, u"<p>a<BR>b&gt;</p>", u"a\r\nb>", false);
+  sweepKeeping("OvraHtmlToPlain(in place, long)", OvraHtmlToPlain, u"<b>" + longEscaped + u"</b>",
+               longPlain, true);
+}
+
 }  // namespace

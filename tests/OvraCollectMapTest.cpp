@@ -5,15 +5,18 @@
 
 #include <algorithm>
 #include <deque>
+#include <map>
 #include <random>
 #include <string>
 #include <unordered_map>
 #include <utility>
 #include <vector>
 
+#include "AllocSweep.h"
 #include "OvraBstr.h"
 #include "OvraCollect.h"
 #include "TestAllocator.h"
+#include "TestWide.h"
 
 using namespace ovra_test;
 
@@ -1054,6 +1057,159 @@ struct BstrMapKind {
 TEST(PtrFromBstrMapTest, RandomOperationsMatchAnUnorderedMapIncludingOrderAndPool) {
   RunRandomMapModel<BstrMapKind>(2718, 10);
   RunRandomMapModel<BstrMapKind>(1618, 4);
+}
+
+// --- Allocation failures ---------------------------------------------------
+// Each operation runs with its 1st, 2nd, ... allocation failing, alone and
+// with every later one (AllocSweep.h), until it goes through; every run must
+// give the documented out-of-memory result and leak nothing. The N each sweep
+// reaches is printed ("[ SWEEP    ]").
+
+std::map<void*, void*> Contents(const TPtrFromPtrMap& map) {
+  std::map<void*, void*> out;
+  POSITION pos = map.GetStartPosition();
+  while (pos) {
+    void* key = nullptr;
+    void* value = nullptr;
+    map.GetNextAssoc(pos, key, value);
+    out[key] = value;
+  }
+  return out;
+}
+
+std::map<std::u16string, void*> Contents(const TPtrFromBstrMap& map) {
+  std::map<std::u16string, void*> out;
+  POSITION pos = map.GetStartPosition();
+  while (pos) {
+    TBstr key;
+    void* value = nullptr;
+    map.GetNextAssoc(pos, key, value);
+    out[Text(key)] = value;
+  }
+  return out;
+}
+
+// The 16 bytes of an identifier, as an ordered key for comparisons.
+std::string GuidBytes(const _GUID& g) { return std::string(reinterpret_cast<const char*>(&g), sizeof g); }
+
+std::map<std::string, void*> Contents(const TPtrFromGuidMap& map) {
+  std::map<std::string, void*> out;
+  POSITION pos = map.GetStartPosition();
+  while (pos) {
+    _GUID key{};
+    void* value = nullptr;
+    map.GetNextAssoc(pos, key, value);
+    out[GuidBytes(key)] = value;
+  }
+  return out;
+}
+
+// An identifier of zeros but for its first field and last byte.
+_GUID GuidOf(uint32_t first, unsigned char last) {
+  _GUID g{};
+  g.Data1 = first;
+  g.Data4[7] = last;
+  return g;
+}
+
+// The text of s as the library's character type (valid while s lives).
+const unsigned short* U(const std::u16string& s) {
+  return reinterpret_cast<const unsigned short*>(s.c_str());
+}
+
+class AllocSweepCollect : public SweepTest {};
+
+// The maps share one shape of sweep: insert a new key into a map made by
+// prepare, by SetAt or by operator[]; on failure the map must hold exactly
+// what it held, and the scratch slot operator[] returns must be writable.
+// contentsKey turns a key into the key type of contents' result.
+template <class Map, class Key, class Contents, class ContentsKey>
+void SweepMapInsertions(const std::string& name, int blockSize, std::vector<Key> existing,
+                        Key added, Contents contents, ContentsKey contentsKey) {
+  for (size_t count : {size_t(0), existing.size()}) {
+    const std::string what = name + (count ? "(full pool)" : "(empty)");
+    auto prepare = [&](Map& map) {
+      for (size_t i = 0; i < count; ++i) ASSERT_TRUE(map.SetAt(existing[i], P(100 + i)));
+    };
+    SweepBothModes(name + "::SetAt" + what.substr(name.size()), [&](SweepRun& run) {
+      Map map(blockSize);
+      prepare(map);
+      const auto before = contents(map);
+      run.Arm();
+      const bool ok = map.SetAt(added, P(7));
+      const bool failed = run.Disarm();
+      EXPECT_EQ(ok, !failed) << what;
+      auto expected = before;
+      if (!failed) expected[contentsKey(added)] = P(7);
+      EXPECT_EQ(contents(map), expected) << what << " n=" << run.n();
+      EXPECT_EQ(map.GetCount(), static_cast<int>(expected.size()));
+      void* value = nullptr;
+      EXPECT_EQ(map.Lookup(added, value), !failed);
+    });
+    SweepBothModes(name + "::operator[]" + what.substr(name.size()), [&](SweepRun& run) {
+      Map map(blockSize);
+      prepare(map);
+      const auto before = contents(map);
+      run.Arm();
+      void*& slot = map[added];
+      const bool failed = run.Disarm();
+      if (!failed) {
+        EXPECT_EQ(slot, nullptr);
+      }
+      slot = P(8);  // lost when it is the scratch slot
+      auto expected = before;
+      if (!failed) expected[contentsKey(added)] = P(8);
+      EXPECT_EQ(contents(map), expected) << what << " n=" << run.n();
+    });
+  }
+  // Rehashing a non-empty map into a new bucket array.
+  SweepBothModes(name + "::InitHashTable(non-empty)", [&](SweepRun& run) {
+    Map map(blockSize);
+    for (const Key& key : existing) ASSERT_TRUE(map.SetAt(key, P(1)));
+    const auto before = contents(map);
+    const unsigned int size = map.GetHashTableSize();
+    run.Arm();
+    map.InitHashTable(31);
+    const bool failed = run.Disarm();
+    EXPECT_EQ(map.GetHashTableSize(), failed ? size : 31u);
+    EXPECT_EQ(contents(map), before);
+    for (const Key& key : existing) {
+      void* value = nullptr;
+      EXPECT_TRUE(map.Lookup(key, value));
+    }
+  });
+}
+
+TEST_F(AllocSweepCollect, MapInsertionsLeaveTheMapUnchangedAtEveryFailure) {
+  SweepMapInsertions<TPtrFromPtrMap>("TPtrFromPtrMap", 2, std::vector<void*>{P(16), P(32)}, P(48),
+                                     [](const TPtrFromPtrMap& map) { return Contents(map); },
+                                     [](void* k) { return k; });
+  SweepMapInsertions<TPtrFromGuidMap>("TPtrFromGuidMap", 2,
+                                      std::vector<_GUID>{GuidOf(1, 1), GuidOf(1, 2)}, GuidOf(18, 3),
+                                      [](const TPtrFromGuidMap& map) { return Contents(map); },
+                                      GuidBytes);
+  // String keys: the pool block, the bucket array and the key's copy.
+  const std::u16string a = u"alpha", b = u"beta", c = u"gamma";
+  SweepMapInsertions<TPtrFromBstrMap>(
+      "TPtrFromBstrMap", 2, std::vector<const unsigned short*>{U(a), U(b)}, U(c),
+      [](const TPtrFromBstrMap& map) { return Contents(map); },
+      [](const unsigned short* key) { return ovra_test::ToU16(key); });
+}
+
+TEST_F(AllocSweepCollect, BstrMapIterationLeavesAKeyEmptyWhenItsCopyFails) {
+  SweepBothModes("TPtrFromBstrMap::GetNextAssoc", [](SweepRun& run) {
+    TPtrFromBstrMap map;
+    ASSERT_TRUE(map.SetAt(W(u"only key"), P(5)));
+    TBstr key(W(u"longer previous key"));  // no buffer to reuse
+    void* value = nullptr;
+    POSITION pos = map.GetStartPosition();
+    run.Arm();
+    map.GetNextAssoc(pos, key, value);
+    const bool failed = run.Disarm();
+    EXPECT_EQ(pos, nullptr);
+    EXPECT_EQ(value, P(5));
+    EXPECT_EQ(Text(key), failed ? u"" : u"only key");
+  });
 }
 
 }  // namespace

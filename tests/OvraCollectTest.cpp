@@ -10,8 +10,10 @@
 #include <iterator>
 #include <list>
 #include <random>
+#include <string>
 #include <vector>
 
+#include "AllocSweep.h"
 #include "TestAllocator.h"
 
 using namespace ovra_test;
@@ -1413,6 +1415,214 @@ TEST(FifoBufferTest, RandomReadsAndWritesMatchADequeModelIncludingCapacity) {
     ASSERT_EQ(f.GetLength(), static_cast<int>(m.size())) << step;
     ASSERT_EQ(f.GetCapacity(), capacity) << step;
   }
+}
+
+// --- Allocation failures ---------------------------------------------------
+// Each operation runs with its 1st, 2nd, ... allocation failing, alone and
+// with every later one (AllocSweep.h), until it goes through; every run must
+// give the documented out-of-memory result and leak nothing. The N each sweep
+// reaches is printed ("[ SWEEP    ]").
+
+// Everything observable of an array: elements, size, capacity and step.
+struct ArrayState {
+  std::vector<void*> elements;
+  int maxSize;
+  int growBy;
+  bool operator==(const ArrayState& o) const {
+    return elements == o.elements && maxSize == o.maxSize && growBy == o.growBy;
+  }
+};
+
+ArrayState StateOf(const TPtrArray& a) {
+  ArrayState state{{}, a.GetMaxSize(), a.GetGrowBy()};
+  for (int i = 0; i < a.GetSize(); ++i) state.elements.push_back(a.GetAt(i));
+  return state;
+}
+
+// Every element, walked backwards too, so that a half-linked node shows.
+std::vector<void*> ElementsBackwards(const TPtrList& list) {
+  std::vector<void*> out;
+  for (POSITION pos = list.GetTailPosition(); pos;) out.insert(out.begin(), list.GetPrev(pos));
+  return out;
+}
+
+class AllocSweepCollect : public SweepTest {
+ protected:
+  // Sweeps an array operation on a fresh array made by prepare: while an
+  // allocation fails the array must be exactly as before, otherwise equal
+  // expected (elements, and the capacity when expectedMax is not -1).
+  template <class Prepare, class Operation>
+  long SweepArray(const std::string& what, Prepare prepare, Operation operation,
+                  const std::vector<void*>& expected, int expectedMax = -1) {
+    return SweepBothModes(what, [&](SweepRun& run) {
+      TPtrArray a;
+      prepare(a);
+      const ArrayState before = StateOf(a);
+      run.Arm();
+      operation(a, run);
+      if (run.Disarm()) {
+        EXPECT_TRUE(StateOf(a) == before) << what << " changed the array at n=" << run.n();
+      } else {
+        EXPECT_EQ(StateOf(a).elements, expected) << what;
+        if (expectedMax != -1) {
+          EXPECT_EQ(a.GetMaxSize(), expectedMax) << what;
+        }
+      }
+    });
+  }
+
+  // Sweeps a list operation: unchanged list on failure, expected otherwise.
+  template <class Prepare, class Operation>
+  long SweepList(const std::string& what, Prepare prepare, Operation operation,
+                 const std::vector<void*>& expected) {
+    return SweepBothModes(what, [&](SweepRun& run) {
+      TPtrList list(2);
+      prepare(list);
+      const std::vector<void*> before = Forward(list);
+      run.Arm();
+      operation(list, run);
+      const bool failed = run.Disarm();
+      EXPECT_EQ(Forward(list), ElementsBackwards(list)) << what;
+      EXPECT_EQ(list.GetCount(), static_cast<int>(Forward(list).size())) << what;
+      EXPECT_EQ(Forward(list), failed ? before : expected) << what << " n=" << run.n();
+      // The list still works: a node can be added and removed again.
+      if (list.AddTail(P(99))) list.RemoveTail();
+    });
+  }
+};
+
+TEST_F(AllocSweepCollect, ArrayGrowingOperationsLeaveTheArrayUnchangedAtEveryFailure) {
+  auto three = [](TPtrArray& a) {
+    a.SetSize(3, 0);
+    a.SetAt(0, P(1));
+    a.SetAt(1, P(2));
+    a.SetAt(2, P(3));
+    a.FreeExtra();
+  };
+  SweepArray("TPtrArray::Add(empty)", [](TPtrArray&) {}, [](TPtrArray& a, SweepRun&) {
+    const int index = a.Add(P(7));
+    EXPECT_EQ(index, a.GetSize() == 0 ? -1 : 0);
+  }, {P(7)});
+  SweepArray("TPtrArray::Add(full)", three, [](TPtrArray& a, SweepRun&) {
+    const int index = a.Add(P(4));
+    EXPECT_EQ(index == -1, a.GetSize() == 3);
+  }, {P(1), P(2), P(3), P(4)});
+  SweepArray("TPtrArray::SetSize", three, [](TPtrArray& a, SweepRun&) { a.SetSize(6, 5); },
+             {P(1), P(2), P(3), nullptr, nullptr, nullptr});
+  SweepArray("TPtrArray::SetAtGrow", three, [](TPtrArray& a, SweepRun&) { a.SetAtGrow(5, P(6)); },
+             {P(1), P(2), P(3), nullptr, nullptr, P(6)});
+  SweepArray("TPtrArray::InsertAt(element)", three,
+             [](TPtrArray& a, SweepRun&) { a.InsertAt(1, P(9), 2); },
+             {P(1), P(9), P(9), P(2), P(3)});
+  SweepArray("TPtrArray::InsertAt(itself)", three,
+             [](TPtrArray& a, SweepRun&) { a.InsertAt(1, &a); },
+             {P(1), P(1), P(2), P(3), P(2), P(3)});
+  SweepArray("TPtrArray::FreeExtra", [](TPtrArray& a) {
+    a.SetSize(10, 0);
+    a.SetSize(2);
+    a.SetAt(0, P(1));
+    a.SetAt(1, P(2));
+  }, [](TPtrArray& a, SweepRun&) { a.FreeExtra(); }, {P(1), P(2)}, 2);
+  TPtrArray source;
+  source.Add(P(5));
+  source.Add(P(6));
+  SweepArray("TPtrArray::Append", three, [&](TPtrArray& a, SweepRun&) {
+    const int first = a.Append(source);
+    EXPECT_EQ(first, a.GetSize() == 3 ? -1 : 3);
+  }, {P(1), P(2), P(3), P(5), P(6)});
+  SweepArray("TPtrArray::InsertAt(other array)", three,
+             [&](TPtrArray& a, SweepRun&) { a.InsertAt(0, &source); },
+             {P(5), P(6), P(1), P(2), P(3)});
+  SweepArray("TPtrArray::Copy", [](TPtrArray& a) { a.Add(P(1)); },
+             [&](TPtrArray& a, SweepRun&) { a.Copy(source); }, {P(5), P(6)});
+}
+
+TEST_F(AllocSweepCollect, ListInsertionsLeaveTheListUnchangedAtEveryFailure) {
+  // Pools of two nodes, kept full, so that every insertion needs a new block.
+  auto two = [](TPtrList& list) {
+    list.AddTail(P(1));
+    list.AddTail(P(2));
+  };
+  SweepList("TPtrList::AddHead(empty)", [](TPtrList&) {}, [](TPtrList& list, SweepRun&) {
+    const POSITION pos = list.AddHead(P(7));
+    EXPECT_EQ(pos == nullptr, list.IsEmpty());
+  }, {P(7)});
+  SweepList("TPtrList::AddHead", two, [](TPtrList& list, SweepRun&) {
+    const POSITION pos = list.AddHead(P(0));
+    if (pos) {
+      EXPECT_EQ(list.GetAt(pos), P(0));
+    }
+  }, {P(0), P(1), P(2)});
+  SweepList("TPtrList::AddTail", two, [](TPtrList& list, SweepRun&) {
+    const POSITION pos = list.AddTail(P(3));
+    if (pos) {
+      EXPECT_EQ(list.GetAt(pos), P(3));
+    }
+  }, {P(1), P(2), P(3)});
+  SweepList("TPtrList::InsertBefore", two, [](TPtrList& list, SweepRun&) {
+    const POSITION pos = list.InsertBefore(list.GetTailPosition(), P(5));
+    if (pos) {
+      EXPECT_EQ(list.GetAt(pos), P(5));
+    }
+  }, {P(1), P(5), P(2)});
+  SweepList("TPtrList::InsertAfter", two, [](TPtrList& list, SweepRun&) {
+    const POSITION pos = list.InsertAfter(list.GetHeadPosition(), P(5));
+    if (pos) {
+      EXPECT_EQ(list.GetAt(pos), P(5));
+    }
+  }, {P(1), P(5), P(2)});
+  TPtrList other;
+  for (intptr_t v = 10; v < 15; ++v) other.AddTail(P(v));
+  SweepList("TPtrList::AddTail(list)", two,
+            [&](TPtrList& list, SweepRun&) { list.AddTail(other); },
+            {P(1), P(2), P(10), P(11), P(12), P(13), P(14)});
+  SweepList("TPtrList::AddHead(list)", two,
+            [&](TPtrList& list, SweepRun&) { list.AddHead(other); },
+            {P(10), P(11), P(12), P(13), P(14), P(1), P(2)});
+  SweepList("TPtrList::AddTail(itself)", two,
+            [](TPtrList& list, SweepRun&) { list.AddTail(list); }, {P(1), P(2), P(1), P(2)});
+  SweepList("TPtrList::AddHead(itself)", two,
+            [](TPtrList& list, SweepRun&) { list.AddHead(list); }, {P(1), P(2), P(1), P(2)});
+}
+
+TEST_F(AllocSweepCollect, PlexCreateLeavesTheChainUnchangedWhenItFails) {
+  SweepBothModes("SPlex::Create", [](SweepRun& run) {
+    SPlex* head = nullptr;
+    SPlex* first = SPlex::Create(head, 4, 16);
+    ASSERT_NE(first, nullptr);
+    run.Arm();
+    SPlex* second = SPlex::Create(head, 4, 16);
+    if (run.Disarm()) {
+      EXPECT_EQ(second, nullptr);
+      EXPECT_EQ(head, first);
+    } else {
+      EXPECT_EQ(head, second);
+      EXPECT_EQ(second->pNext, first);
+    }
+    SPlex::FreeChain(head);
+  });
+}
+
+TEST_F(AllocSweepCollect, FifoWriteChangesNothingWhenGrowingFails) {
+  SweepBothModes("TFifoBuffer::Write", [](SweepRun& run) {
+    TFifoBuffer fifo;
+    const unsigned char first[] = {1, 2, 3};
+    ASSERT_EQ(fifo.Write(first, 3), 3);
+    const int capacity = fifo.GetCapacity();
+    const unsigned char more[] = {4, 5, 6, 7};
+    run.Arm();
+    const int written = fifo.Write(more, 4);
+    const bool failed = run.Disarm();
+    EXPECT_EQ(written, failed ? 0 : 4);
+    EXPECT_EQ(fifo.GetLength(), failed ? 3 : 7);
+    if (failed) {
+      EXPECT_EQ(fifo.GetCapacity(), capacity);
+    }
+    unsigned char out[8] = {};
+    const int read = fifo.Read(out, 8);
+    ASSERT_EQ(read, failed ? 3 : 7);
+    for (int i = 0; i < read; ++i) EXPECT_EQ(out[i], i + 1);
+  });
 }
 
 }  // namespace

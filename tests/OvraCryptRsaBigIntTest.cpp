@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "AllocSweep.h"
 #include "OvraCryptRsaBigIntVectors.h"
 #include "TestAllocator.h"
 #include "TestBytes.h"
@@ -26,6 +27,9 @@ using ovra_test::FailNthAllocation;
 using ovra_test::ScopedCountingLibrary;
 using ovra_test::Stats;
 using ovra_test::StopFailing;
+using ovra_test::SweepBothModes;
+using ovra_test::SweepRun;
+using ovra_test::SweepTest;
 
 std::vector<unsigned short> Wide(const std::string& s) {
   std::vector<unsigned short> w(s.begin(), s.end());
@@ -1106,6 +1110,213 @@ TEST(BigIntAllocationTest, ExpModMakesTwoAllocationsWhateverTheExponent) {
     EXPECT_EQ(Stats().allocs + Stats().reallocs - before, 2);
   }
   EXPECT_EQ(Stats().live, baseline);
+}
+
+// --- Allocation failures ---------------------------------------------------
+// Each operation runs with its 1st, 2nd, ... allocation failing, alone and
+// with every later one (AllocSweep.h), until it goes through; every run must
+// give the documented out-of-memory result and leak nothing. The N each sweep
+// reaches is printed ("[ SWEEP    ]").
+
+class AllocSweepBigInt : public SweepTest {};
+
+// A value is consistent when its top word in use is not zero.
+bool IsNormalised(const TBigInt& v) {
+  const std::vector<unsigned char> bytes = Bytes(v);
+  return bytes.size() < 4 || bytes[0] || bytes[1] || bytes[2] || bytes[3];
+}
+
+// 40 and 17 words, and a 16-word odd modulus.
+const std::string kA =
+    "F1E2D3C4B5A69788796A5B4C3D2E1F00112233445566778899AABBCCDDEEFF00"
+    "0123456789ABCDEF0123456789ABCDEF0123456789ABCDEF0123456789ABCDEF"
+    "FEDCBA9876543210FEDCBA9876543210FEDCBA9876543210FEDCBA9876543210"
+    "8000000000000000000000000000000000000000000000000000000000000001"
+    "13579BDF2468ACE013579BDF2468ACE013579BDF2468ACE013579BDF2468ACE0";
+const std::string kB =
+    "ABCDEF0123456789ABCDEF0123456789ABCDEF0123456789ABCDEF0123456789"
+    "00000000FFFFFFFF00000000FFFFFFFF00000000FFFFFFFF00000000FFFFFFFF"
+    "DEADBEEF";
+const std::string kM =
+    "C65510F78334AFC57230DFE102A95C65F0D66C1A214FDB3FF7D377C859F9DDD6"
+    "4BCA15F8D7517C69502EF114B0D4B794EDAEC801BF3E01C50B020FEFEB3CF543";
+
+TEST_F(AllocSweepBigInt, ConstructionAndTextGiveZeroOrEmptyAtEveryFailure) {
+  const TBigInt a = Hex(kA);
+  ASSERT_EQ(HexOf(a), kA);
+  auto sweepValue = [](const std::string& what, auto make, const std::string& expected) {
+    SweepBothModes(what, [&](SweepRun& run) {
+      run.Arm();
+      const TBigInt v = make();
+      EXPECT_EQ(HexOf(v), run.Disarm() ? "0" : expected) << what << " n=" << run.n();
+    });
+  };
+  sweepValue("TBigInt(const TBigInt&)", [&] { return TBigInt(a); }, kA);
+  sweepValue("TBigInt(int)", [] { return TBigInt(-2); }, "FFFFFFFE");
+  sweepValue("TBigInt(text)", [] { return Hex(kB); }, kB);
+  const std::vector<unsigned char> bytes = ovra_test::FromHex(kB);
+  sweepValue("TBigInt(bytes)",
+             [&] { return TBigInt(bytes.data(), static_cast<unsigned>(bytes.size())); }, kB);
+  SweepBothModes("TBigInt::operator=", [&](SweepRun& run) {
+    TBigInt v(5);
+    run.Arm();
+    v = a;
+    EXPECT_EQ(HexOf(v), run.Disarm() ? "0" : kA);
+  });
+  SweepBothModes("TBigInt::ToString", [&](SweepRun& run) {
+    run.Arm();
+    const TBstr text = a.ToString();
+    const bool failed = run.Disarm();
+    EXPECT_EQ(ovra_test::ToU16(text.GetString(), text.GetLength()), failed ? u"" : std::u16string(kA.begin(), kA.end()));
+  });
+  SweepBothModes("TBigInt::AdjustBuffer", [&](SweepRun& run) {
+    TBigInt v(7);
+    run.Arm();
+    const bool grown = v.AdjustBuffer(20, true);
+    const bool failed = run.Disarm();
+    EXPECT_EQ(grown, !failed);
+    v.FixLength();
+    EXPECT_EQ(HexOf(v), "7");
+  });
+}
+
+// Sweeps one arithmetic operation, result in a separate object and, where the
+// operation allows it, in an operand. While an allocation fails the result
+// is false and every object keeps its value, the result included.
+template <class Operation>
+void SweepArithmetic(const std::string& what, Operation operation, const std::string& expected) {
+  SweepBothModes(what, [&](SweepRun& run) {
+    const TBigInt a = Hex(kA), b = Hex(kB), m = Hex(kM);
+    TBigInt r(3);
+    run.Arm();
+    const bool ok = operation(r, a, b, m);
+    const bool failed = run.Disarm();
+    EXPECT_EQ(ok, !failed) << what << " n=" << run.n();
+    EXPECT_TRUE(IsNormalised(r)) << what << " n=" << run.n();
+    if (failed) {
+      EXPECT_EQ(HexOf(r), "3") << what << " n=" << run.n();
+    } else {
+      EXPECT_EQ(HexOf(r), expected) << what;
+    }
+    EXPECT_EQ(HexOf(a), kA);
+    EXPECT_EQ(HexOf(b), kB);
+  });
+  SweepBothModes(what + " (in place)", [&](SweepRun& run) {
+    TBigInt a = Hex(kA);
+    const TBigInt b = Hex(kB), m = Hex(kM);
+    run.Arm();
+    const bool ok = operation(a, a, b, m);
+    const bool failed = run.Disarm();
+    EXPECT_EQ(ok, !failed) << what << " n=" << run.n();
+    EXPECT_TRUE(IsNormalised(a)) << what << " n=" << run.n();
+    if (failed) {
+      EXPECT_EQ(HexOf(a), kA) << what << " n=" << run.n();
+    } else {
+      EXPECT_EQ(HexOf(a), expected) << what;
+    }
+  });
+}
+
+TEST_F(AllocSweepBigInt, ArithmeticReturnsFalseAndKeepsEveryValueAtEveryFailure) {
+  // The expected values are worked out once, with nothing failing.
+  const TBigInt a = Hex(kA), b = Hex(kB), m = Hex(kM);
+  TBigInt sum, difference, product, quotient, remainder, productMod, left, right, power;
+  ASSERT_TRUE(TBigInt::Add(sum, a, b));
+  ASSERT_TRUE(TBigInt::Sub(difference, a, b));
+  ASSERT_TRUE(TBigInt::Mul(product, a, b));
+  ASSERT_TRUE(TBigInt::Div(quotient, remainder, a, b));
+  ASSERT_TRUE(TBigInt::MulMod(productMod, a, b, m));
+  ASSERT_TRUE(TBigInt::Shl(left, a, 77));
+  ASSERT_TRUE(TBigInt::Shr(right, a, 77));
+  ASSERT_TRUE(TBigInt::ExpMod(power, b, TBigInt(65537), m));
+  // Cross-checks, so that the expectations are right in themselves.
+  TBigInt check;
+  ASSERT_TRUE(TBigInt::Sub(check, sum, b));
+  EXPECT_EQ(HexOf(check), kA);
+  ASSERT_TRUE(TBigInt::Mul(check, quotient, b));
+  ASSERT_TRUE(TBigInt::Add(check, check, remainder));
+  EXPECT_EQ(HexOf(check), kA);
+  ASSERT_TRUE(TBigInt::Shr(check, left, 77));
+  EXPECT_EQ(HexOf(check), kA);
+
+  using B = const TBigInt&;
+  SweepArithmetic("TBigInt::Add", [](TBigInt& r, B x, B y, B) { return TBigInt::Add(r, x, y); },
+                  HexOf(sum));
+  SweepArithmetic("TBigInt::Sub", [](TBigInt& r, B x, B y, B) { return TBigInt::Sub(r, x, y); },
+                  HexOf(difference));
+  SweepArithmetic("TBigInt::Mul", [](TBigInt& r, B x, B y, B) { return TBigInt::Mul(r, x, y); },
+                  HexOf(product));
+  SweepArithmetic("TBigInt::MulMod",
+                  [](TBigInt& r, B x, B y, B z) { return TBigInt::MulMod(r, x, y, z); },
+                  HexOf(productMod));
+  SweepArithmetic("TBigInt::Shl", [](TBigInt& r, B x, B, B) { return TBigInt::Shl(r, x, 77); },
+                  HexOf(left));
+  SweepArithmetic("TBigInt::Shr", [](TBigInt& r, B x, B, B) { return TBigInt::Shr(r, x, 77); },
+                  HexOf(right));
+  // Div has two results, which may not be the same object.
+  SweepBothModes("TBigInt::Div", [&](SweepRun& run) {
+    const TBigInt x = Hex(kA), y = Hex(kB);
+    TBigInt q(3), r(4);
+    run.Arm();
+    const bool ok = TBigInt::Div(q, r, x, y);
+    const bool failed = run.Disarm();
+    EXPECT_EQ(ok, !failed) << "n=" << run.n();
+    EXPECT_TRUE(IsNormalised(q)) << "n=" << run.n();
+    EXPECT_TRUE(IsNormalised(r)) << "n=" << run.n();
+    if (failed) {
+      EXPECT_EQ(HexOf(q), "3") << "n=" << run.n();
+      EXPECT_EQ(HexOf(r), "4") << "n=" << run.n();
+    } else {
+      EXPECT_EQ(HexOf(q), HexOf(quotient));
+      EXPECT_EQ(HexOf(r), HexOf(remainder));
+    }
+  });
+  // One result with room already, the other one growing: neither changes
+  // before both have room.
+  for (bool roomyQuotient : {true, false}) {
+    SweepBothModes(std::string("TBigInt::Div (") + (roomyQuotient ? "q" : "r") + " has room)",
+                   [&](SweepRun& run) {
+      const TBigInt x = Hex(kA), y = Hex(kB);
+      TBigInt q(3), r(4);
+      ASSERT_TRUE((roomyQuotient ? q : r).AdjustBuffer(64, false));
+      (roomyQuotient ? q : r) = TBigInt(roomyQuotient ? 3 : 4);
+      run.Arm();
+      const bool ok = TBigInt::Div(q, r, x, y);
+      const bool failed = run.Disarm();
+      EXPECT_EQ(ok, !failed) << "n=" << run.n();
+      EXPECT_EQ(HexOf(q), failed ? "3" : HexOf(quotient)) << "n=" << run.n();
+      EXPECT_EQ(HexOf(r), failed ? "4" : HexOf(remainder)) << "n=" << run.n();
+    });
+  }
+  SweepBothModes("TBigInt::Div (in place)", [&](SweepRun& run) {
+    TBigInt x = Hex(kA), y = Hex(kB);
+    run.Arm();
+    const bool ok = TBigInt::Div(x, y, x, y);
+    const bool failed = run.Disarm();
+    EXPECT_EQ(ok, !failed) << "n=" << run.n();
+    if (failed) {
+      EXPECT_EQ(HexOf(x), kA);
+      EXPECT_EQ(HexOf(y), kB);
+    } else {
+      EXPECT_EQ(HexOf(x), HexOf(quotient));
+      EXPECT_EQ(HexOf(y), HexOf(remainder));
+    }
+  });
+  // ExpMod reports true whatever happens; a failure shows as zero.
+  SweepBothModes("TBigInt::ExpMod", [&](SweepRun& run) {
+    const TBigInt base = Hex(kB), e(65537), mod = Hex(kM);
+    TBigInt r(3);
+    run.Arm();
+    EXPECT_TRUE(TBigInt::ExpMod(r, base, e, mod));
+    EXPECT_EQ(HexOf(r), run.Disarm() ? "0" : HexOf(power)) << "n=" << run.n();
+  });
+  SweepBothModes("TBigInt::ExpMod (in place)", [&](SweepRun& run) {
+    TBigInt base = Hex(kB);
+    const TBigInt e(65537), mod = Hex(kM);
+    run.Arm();
+    EXPECT_TRUE(TBigInt::ExpMod(base, base, e, mod));
+    EXPECT_EQ(HexOf(base), run.Disarm() ? "0" : HexOf(power)) << "n=" << run.n();
+  });
 }
 
 }  // namespace

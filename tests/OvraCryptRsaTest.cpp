@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "AllocSweep.h"
 #include "OvraRand.h"
 #include "TestAllocator.h"
 #include "TestRsaKeys.h"
@@ -34,6 +35,9 @@ using ovra_test::Stats;
 using ovra_test::StopFailing;
 using ovra_test::Bytes;
 using ovra_test::FromHex;
+using ovra_test::SweepBothModes;
+using ovra_test::SweepRun;
+using ovra_test::SweepTest;
 using ovra_test::RandomBytes;
 using namespace ovra_test::rsa_keys;
 
@@ -823,5 +827,78 @@ TEST_F(RsaOpenSslTest, RecoveryNeedsAModulusLengthThatIsAMultipleOfFour) {
   EXPECT_EQ(cipher.DecryptData(buf.data(), 129, true), 0u);
 }
 #endif  // OVRA_HAVE_OPENSSL
+
+// --- Allocation failures ---------------------------------------------------
+// Each operation runs with its 1st, 2nd, ... allocation failing, alone and
+// with every later one (AllocSweep.h), until it goes through; every run must
+// give the documented out-of-memory result and leak nothing. The N each sweep
+// reaches is printed ("[ SWEEP    ]").
+
+class AllocSweepRsa : public SweepTest {};
+
+TEST_F(AllocSweepRsa, RsaKeyLoadingLeavesNoKeyAtEveryFailure) {
+  const Bytes n = FromHex(kN512);
+  SweepBothModes("TRsaPublicCipher::Construct", [&](SweepRun& run) {
+    TRsaPublicCipher cipher(TCipher::eEncrypt);
+    run.Arm();
+    const bool ok = cipher.Construct(n.data(), 64, kE.data(), 3);
+    EXPECT_EQ(ok, !run.Disarm());
+    EXPECT_EQ(cipher.GetModulusSize(), ok ? 64u : 0u);
+    unsigned char buf[64] = {'x'};
+    EXPECT_EQ(cipher.EncryptData(buf, 1, true) != 0, ok);
+  });
+  const Bytes blob = Spki(n, kE);
+  SweepBothModes("TRsaPublicCipher::BerInit", [&](SweepRun& run) {
+    TRsaPublicCipher cipher(TCipher::eDecrypt);
+    // A key held before is replaced whatever the outcome.
+    ASSERT_TRUE(cipher.Construct(n.data(), 32, kE.data(), 3));
+    run.Arm();
+    const unsigned accepted = cipher.BerInit(blob.data(), static_cast<unsigned>(blob.size()));
+    const bool failed = run.Disarm();
+    EXPECT_EQ(accepted, failed ? 0u : blob.size());
+    EXPECT_EQ(cipher.GetModulusSize(), failed ? 0u : 64u);
+  });
+}
+
+// Encrypts and recovers with one key: each call gives 0 with the buffer
+// unchanged while an allocation fails, and its full result otherwise.
+void SweepRsa(const std::string& bits, const char* modulusHex, const char* signedHex) {
+  const Bytes n = FromHex(modulusHex);
+  const unsigned k = static_cast<unsigned>(n.size());
+  SweepBothModes("TRsaPublicCipher::EncryptData (" + bits + ")", [&](SweepRun& run) {
+    TRsaPublicCipher cipher(TCipher::eEncrypt, n.data(), k, kE.data(), 3);
+    ASSERT_EQ(cipher.GetModulusSize(), k);
+    Bytes buf(k, 0);
+    memcpy(buf.data(), "secret", 6);
+    const Bytes before = buf;
+    run.Arm();
+    const unsigned written = cipher.EncryptData(buf.data(), 6, true);
+    const bool failed = run.Disarm();
+    EXPECT_EQ(written, failed ? 0u : k) << "n=" << run.n();
+    if (failed) {
+      EXPECT_EQ(buf, before);
+    }
+  });
+  const Bytes signedBlock = FromHex(signedHex);
+  SweepBothModes("TRsaPublicCipher::DecryptData (" + bits + ")", [&](SweepRun& run) {
+    TRsaPublicCipher cipher(TCipher::eDecrypt, n.data(), k, kE.data(), 3);
+    Bytes buf = signedBlock;
+    run.Arm();
+    const unsigned count = cipher.DecryptData(buf.data(), k, true);
+    const bool failed = run.Disarm();
+    if (failed) {
+      EXPECT_EQ(count, 0u) << "n=" << run.n();
+      EXPECT_EQ(buf, signedBlock);
+    } else {
+      ASSERT_EQ(count, strlen(kSignedMessage));
+      EXPECT_EQ(memcmp(buf.data(), kSignedMessage, count), 0);
+    }
+  });
+}
+
+TEST_F(AllocSweepRsa, RsaEncryptionAndRecoveryGiveZeroWithTheBufferUnchangedAtEveryFailure) {
+  SweepRsa("512 bits", kN512, kSigned512);
+  SweepRsa("2112 bits", kN2112, kSigned2112);
+}
 
 }  // namespace

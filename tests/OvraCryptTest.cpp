@@ -7,14 +7,22 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <memory>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "AllocSweep.h"
 #include "OvraCryptDes.h"
+#include "OvraCryptDigest.h"
+#include "OvraCryptHmac.h"
+#include "OvraCryptRcX.h"
+#include "OvraCryptRsa.h"
+#include "OvraRand.h"
 #include "RepeatedMapping.h"
 #include "TestAllocator.h"
 #include "TestBytes.h"
+#include "TestRsaKeys.h"
 
 #ifdef OVRA_HAVE_OPENSSL
 #include <openssl/evp.h>
@@ -23,8 +31,14 @@
 namespace {
 
 using ovra_test::Bytes;
+using ovra_test::FailMode;
+using ovra_test::FromHex;
 using ovra_test::FromText;
 using ovra_test::RandomBytes;
+using ovra_test::SweepBothModes;
+using ovra_test::SweepRun;
+using ovra_test::SweepTest;
+using ovra_test::SweepUntilSuccess;
 
 // A heap copy of exactly n bytes, so that the address sanitizer catches any
 // read or write past its end.
@@ -1293,6 +1307,121 @@ TEST(CipherFrameworkTest, NewOfACipherGivesNullWhenTheAllocatorFails) {
   EXPECT_EQ(cipher, nullptr);
   ovra_test::StopFailing();
   EXPECT_EQ(ovra_test::Stats().live, 0);
+}
+
+// --- Allocation failures ---------------------------------------------------
+// Each operation runs with its 1st, 2nd, ... allocation failing, alone and
+// with every later one (AllocSweep.h), until it goes through; every run must
+// give the documented out-of-memory result and leak nothing. The N each sweep
+// reaches is printed ("[ SWEEP    ]").
+
+class AllocSweepCrypt : public SweepTest {};
+
+// new of a block cipher gives null when its allocation fails; otherwise the
+// object encrypts and decrypts a message back, and delete returns it.
+template <class Make>
+void SweepBlockCipher(const std::string& what, Make make) {
+  SweepBothModes(what, [&](SweepRun& run) {
+    run.Arm();
+    TBlockCipher* encrypt = make(TCipher::eEncrypt);
+    const bool failed = run.Disarm();
+    EXPECT_EQ(encrypt == nullptr, failed) << what << " n=" << run.n();
+    if (!encrypt) return;
+    std::unique_ptr<TBlockCipher> decrypt(make(TCipher::eDecrypt));
+    ASSERT_NE(decrypt, nullptr);
+    const unsigned char iv[8] = {1, 2, 3, 4, 5, 6, 7, 8};
+    unsigned char buf[24] = "eleven byte";
+    TCrypter(*encrypt, TBlockCipher::eCbc, iv).CryptData(buf, 11, true);
+    EXPECT_EQ(TCrypter(*decrypt, TBlockCipher::eCbc, iv).CryptData(buf, 16, true), 11u);
+    EXPECT_EQ(memcmp(buf, "eleven byte", 11), 0);
+    delete encrypt;
+  });
+}
+
+TEST_F(AllocSweepCrypt, NewOfEveryCipherGivesNullWhenItsAllocationFails) {
+  static const unsigned char key[16] = {0x13, 0x34, 0x57, 0x79, 0x9B, 0xBC, 0xDF, 0xF1,
+                                        0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x08};
+  SweepBlockCipher("new TDesCipher", [](TCipher::ECipherOp op) -> TBlockCipher* {
+    return new TDesCipher(op, key, 8);
+  });
+  SweepBlockCipher("new TRc2Cipher", [](TCipher::ECipherOp op) -> TBlockCipher* {
+    return new TRc2Cipher(op, key, 16, 128);
+  });
+  SweepBothModes("new TRc4Cipher", [](SweepRun& run) {
+    run.Arm();
+    TRc4Cipher* cipher = new TRc4Cipher(TCipher::eEncrypt, key, 16);
+    EXPECT_EQ(cipher == nullptr, run.Disarm());
+    if (!cipher) return;
+    unsigned char buf[6] = "plain";
+    EXPECT_EQ(cipher->ProcessData(buf, 5, true), 5u);  // the final call restarts the stream
+    EXPECT_EQ(cipher->ProcessData(buf, 5, true), 5u);
+    EXPECT_EQ(memcmp(buf, "plain", 5), 0);
+    delete cipher;
+  });
+  const Bytes n = FromHex(ovra_test::rsa_keys::kN512);
+  SweepBothModes("new TRsaPublicCipher(key)", [&](SweepRun& run) {
+    run.Arm();
+    TRsaPublicCipher* cipher = new TRsaPublicCipher(TCipher::eEncrypt, n.data(), 64, ovra_test::rsa_keys::kE.data(), 3);
+    const bool failed = run.Disarm();
+    // The object and both key arrays: a failure of an array leaves an
+    // object without a key.
+    if (cipher) {
+      EXPECT_EQ(cipher->GetModulusSize(), failed ? 0u : 64u) << "n=" << run.n();
+      delete cipher;
+    } else {
+      EXPECT_TRUE(failed);
+    }
+  });
+}
+
+TEST_F(AllocSweepCrypt, BlockAndStreamProcessingAllocatesNothing) {
+  static const unsigned char key[16] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
+  TDesCipher des(TCipher::eEncrypt, key, 8);
+  TRc2Cipher rc2(TCipher::eEncrypt, key, 16, 128);
+  TRc4Cipher rc4(TCipher::eEncrypt, key, 16);
+  SweepUntilSuccess("DES, RC2, RC4 ProcessData and BerDump", [&](SweepRun& run) {
+    unsigned char buf[40] = {};
+    unsigned char ber[64];
+    run.Arm();
+    EXPECT_EQ(des.ProcessData(buf, 20, true), 24u);
+    EXPECT_EQ(rc2.ProcessData(buf, 20, true), 24u);
+    EXPECT_EQ(rc4.ProcessData(buf, 20, true), 20u);
+    EXPECT_EQ(des.BerDump(ber, sizeof ber), 21u);
+    EXPECT_EQ(rc2.BerDump(ber, sizeof ber), 27u);
+    EXPECT_FALSE(run.Disarm());
+  }, FailMode::kOne, true);
+}
+
+TEST_F(AllocSweepCrypt, DigestsHmacRandomAndEncodingsAllocateNothing) {
+  SweepUntilSuccess("MD4, MD5, SHA-1, HMAC, generator, Base64, BER, checksum", [](SweepRun& run) {
+    static const unsigned char longKey[100] = {7};
+    unsigned char data[200] = {1, 2, 3};
+    unsigned char out[64];
+    char text[300];
+    run.Arm();
+    TMd4Digest md4;
+    md4.Update(data, sizeof data);
+    EXPECT_EQ(md4.Finish(out, sizeof out), 16u);
+    TMd5Digest md5;
+    md5.Update(data, sizeof data);
+    EXPECT_EQ(md5.Finish(out, sizeof out), 16u);
+    TShaDigest sha;
+    THmac hmac(sha, longKey, sizeof longKey);
+    hmac.Update(data, sizeof data);
+    EXPECT_EQ(hmac.Finish(out, sizeof out), 20u);
+    TMd5Prng prng;
+    prng.Seed(data, 3);
+    prng.Generate(out, 40);
+    OvraSeedRandom(data, 3);
+    OvraGenerateRandom(out, 40);
+    EXPECT_EQ(OvraBinToBase64(data, 100, text), 136u);
+    EXPECT_EQ(OvraBase64ToBin(text, data), 100);
+    SBerElement element = {0x04, 3, data};
+    EXPECT_EQ(OvraBerEncode(out, sizeof out, &element), 5u);
+    EXPECT_EQ(OvraBerDecode(out, 5, &element), 5u);
+    EXPECT_NE(OvraComputeChecksum(data, 7), 0);
+    EXPECT_FALSE(run.Disarm());
+  }, FailMode::kOne, true);
 }
 
 }  // namespace

@@ -29,9 +29,14 @@ namespace fs = std::filesystem;
 using ovra_test::B;
 using ovra_test::Exists;
 using ovra_test::FailurePoint;
+using ovra_test::FileSweepTest;
 using ovra_test::FileTest;
+using ovra_test::IsDirectory;
 using ovra_test::Narrow;
 using ovra_test::RunUnprivileged;
+using ovra_test::SweepBothModes;
+using ovra_test::SweepRun;
+using ovra_test::U;
 using ovra_test::Unprivileged;
 using ovra_test::W;
 using ovra_test::WriteFile;
@@ -884,6 +889,85 @@ TEST(ComparePatternTest, EveryMatchIsAGlobMatchAndWithoutStarsTheyAgree) {
       ASSERT_EQ(single, glob) << "'" << name << "' '" << pattern << "'";
     }
   }
+}
+
+// --- Allocation failures ---------------------------------------------------
+// Each operation runs with its 1st, 2nd, ... allocation failing, alone and
+// with every later one (AllocSweep.h), until it goes through; every run must
+// give the documented out-of-memory result and leak nothing. The N each sweep
+// reaches is printed ("[ SWEEP    ]").
+
+class AllocSweepFileFinder : public FileSweepTest {};
+
+// Every spec of the tree, as a recursive search for "*" must report them.
+std::vector<std::string> TreeSpecs(const std::string& root) {
+  return {root + "/a.txt",      root + "/d1",           root + "/d1/b.txt", root + "/d1/d2",
+          root + "/d1/d2/c.txt", root + "/d1/d2/e.txt", root + "/d3",       root + "/d3/f.txt"};
+}
+
+TEST_F(AllocSweepFileFinder, RecursiveFindReportsOnlyCorrectSpecsAtEveryFailure) {
+  ASSERT_TRUE(ovra_test::WriteFile(At("a.txt"), "a"));
+  ASSERT_EQ(mkdir(At("d1").c_str(), 0700), 0);
+  ASSERT_TRUE(ovra_test::WriteFile(At("d1/b.txt"), "bb"));
+  ASSERT_EQ(mkdir(At("d1/d2").c_str(), 0700), 0);
+  ASSERT_TRUE(ovra_test::WriteFile(At("d1/d2/c.txt"), "ccc"));
+  ASSERT_TRUE(ovra_test::WriteFile(At("d1/d2/e.txt"), "eeee"));
+  ASSERT_EQ(mkdir(At("d3").c_str(), 0700), 0);
+  ASSERT_TRUE(ovra_test::WriteFile(At("d3/f.txt"), "f"));
+  // A directory whose name holds wildcards is entered through a quoted pattern.
+  ASSERT_EQ(mkdir(At("d3/w[1]*").c_str(), 0700), 0);
+  ASSERT_TRUE(ovra_test::WriteFile(At("d3/w[1]*/g.txt"), "g"));
+  std::vector<std::string> all = TreeSpecs(Folder());
+  all.push_back(At("d3/w[1]*"));
+  all.push_back(At("d3/w[1]*/g.txt"));
+  std::sort(all.begin(), all.end());
+  const std::u16string pattern = ovra_test::Widen(Folder() + "/*");
+  SweepBothModes("TFileFinder::Find + FindNext (recursive, 10 entries)", [&](SweepRun& run) {
+    TFileFinder finder;
+    std::vector<std::string> reported;  // GetFileSpec, empty when its copy failed
+    std::vector<std::string> names;     // the record's own name (read without allocating)
+    std::vector<bool> directories;
+    run.Arm();
+    for (bool more = finder.Find(U(pattern), true); more; more = finder.FindNext()) {
+      const TBstr spec = finder.GetFileSpec();
+      reported.push_back(Narrow(spec));
+      names.push_back(Narrow(finder.name));
+      directories.push_back(finder.isDirectory);
+    }
+    const bool failed = run.Disarm();
+    std::vector<std::string> sorted = reported;
+    std::sort(sorted.begin(), sorted.end());
+    sorted.erase(std::remove(sorted.begin(), sorted.end(), std::string()), sorted.end());
+    EXPECT_TRUE(std::adjacent_find(sorted.begin(), sorted.end()) == sorted.end())
+        << "a spec was reported twice, n=" << run.n();
+    for (size_t i = 0; i < reported.size(); ++i) {
+      EXPECT_FALSE(names[i].empty()) << "n=" << run.n();
+      // The spec may be lost itself (empty) but is never a wrong one.
+      if (reported[i].empty()) continue;
+      EXPECT_TRUE(std::binary_search(all.begin(), all.end(), reported[i]))
+          << "wrong spec " << reported[i] << " n=" << run.n();
+      EXPECT_EQ(reported[i].substr(reported[i].rfind('/') + 1), names[i]);
+      EXPECT_EQ(IsDirectory(reported[i]), directories[i]) << reported[i];
+      // Pre-order: a directory is reported before its contents (its own
+      // spec may have been lost, but not its record).
+      const std::string parent = reported[i].substr(0, reported[i].rfind('/'));
+      if (parent == Folder()) continue;
+      const std::string parentName = parent.substr(parent.rfind('/') + 1);
+      bool seen = false;
+      for (size_t j = 0; j < i; ++j) {
+        seen = seen || reported[j] == parent ||
+               (reported[j].empty() && names[j] == parentName && directories[j]);
+      }
+      EXPECT_TRUE(seen) << reported[i] << " before its directory, n=" << run.n();
+    }
+    if (!failed) {
+      EXPECT_EQ(sorted, all);
+    }
+    // A closed finder is idle and can search again.
+    finder.Close();
+    EXPECT_TRUE(finder.name.IsEmpty());
+    EXPECT_FALSE(finder.FindNext());
+  });
 }
 
 }  // namespace

@@ -19,12 +19,17 @@ namespace {
 
 using ovra_test::B;
 using ovra_test::Exists;
+using ovra_test::FailMode;
+using ovra_test::FileSweepTest;
 using ovra_test::FileTest;
 using ovra_test::IsDirectory;
 using ovra_test::Narrow;
 using ovra_test::ReadFile;
 using ovra_test::RunUnprivileged;
 using ovra_test::SweepAllocationFailures;
+using ovra_test::SweepBothModes;
+using ovra_test::SweepRun;
+using ovra_test::SweepUntilSuccess;
 using ovra_test::FailurePoint;
 using ovra_test::Unprivileged;
 using ovra_test::WriteFile;
@@ -506,6 +511,160 @@ TEST_F(CreatePathTest, NameThatWouldChangeOnItsWayToTheSystemCreatesNothing) {
   const unsigned short wide[] = {'n', 0x100, '/', 'd', 0};
   EXPECT_FALSE(TFile::CreatePath(TBstr(wide)));
   EXPECT_FALSE(Exists("n?"));
+}
+
+// --- Allocation failures ---------------------------------------------------
+// Each operation runs with its 1st, 2nd, ... allocation failing, alone and
+// with every later one (AllocSweep.h), until it goes through; every run must
+// give the documented out-of-memory result and leak nothing. The N each sweep
+// reaches is printed ("[ SWEEP    ]").
+
+class AllocSweepFile : public FileSweepTest {};
+
+TEST_F(AllocSweepFile, OpenFailsWithoutOpeningOrCreatingAnythingWhenMemoryRunsOut) {
+  ASSERT_TRUE(ovra_test::WriteFile(At("existing"), "hello"));
+  SweepBothModes("TFile::Open(existing, read-write)", [&](SweepRun& run) {
+    const TBstr spec = B(At("existing"));
+    TFile file;
+    run.Arm();
+    const bool opened = file.Open(spec, TFile::kOpenWrite, false);
+    const bool failed = run.Disarm();
+    EXPECT_EQ(opened, !failed) << "n=" << run.n();
+    EXPECT_EQ(file.IsOpen(), opened);
+    EXPECT_EQ(Narrow(file.GetFileSpec()), opened ? At("existing") : "");
+    if (opened) {
+      char text[8] = {};
+      EXPECT_EQ(file.Read(text, 5), 5u);
+      EXPECT_STREQ(text, "hello");
+    }
+    EXPECT_EQ(ovra_test::ReadFile(At("existing")), "hello");
+  });
+  SweepBothModes("TFile::Open(create)", [&](SweepRun& run) {
+    const TBstr spec = B(At("created"));
+    TFile file;
+    run.Arm();
+    const bool opened = file.Open(spec, TFile::kOpenWrite, true);
+    const bool failed = run.Disarm();
+    EXPECT_EQ(opened, !failed) << "n=" << run.n();
+    EXPECT_EQ(file.IsOpen(), opened);
+    EXPECT_EQ(Exists(At("created")), opened) << "n=" << run.n();
+    if (opened) {
+      EXPECT_EQ(file.Write("data", 4), 4u);
+      EXPECT_TRUE(file.Close());
+      EXPECT_EQ(ovra_test::ReadFile(At("created")), "data");
+    }
+    unlink(At("created").c_str());
+  });
+}
+
+TEST_F(AllocSweepFile, OperationsOnNamesFailWithoutTouchingTheFileSystem) {
+  ASSERT_TRUE(ovra_test::WriteFile(At("from"), "x"));
+  SweepBothModes("TFile::Rename", [&](SweepRun& run) {
+    const TBstr from = B(At("from")), to = B(At("to"));
+    run.Arm();
+    const bool renamed = TFile::Rename(from, to);
+    const bool failed = run.Disarm();
+    EXPECT_EQ(renamed, !failed);
+    EXPECT_EQ(Exists(At("from")), !renamed);
+    EXPECT_EQ(Exists(At("to")), renamed);
+    if (renamed) {
+      ASSERT_EQ(rename(At("to").c_str(), At("from").c_str()), 0);
+    }
+  });
+  SweepBothModes("TFile::Remove", [&](SweepRun& run) {
+    ASSERT_TRUE(ovra_test::WriteFile(At("victim"), "x"));
+    const TBstr spec = B(At("victim"));
+    run.Arm();
+    const bool removed = TFile::Remove(spec);
+    EXPECT_EQ(removed, !run.Disarm());
+    EXPECT_EQ(Exists(At("victim")), !removed);
+  });
+  SweepBothModes("TFile::CreateDirectory", [&](SweepRun& run) {
+    const TBstr spec = B(At("dir/"));
+    run.Arm();
+    const bool created = TFile::CreateDirectory(spec);
+    EXPECT_EQ(created, !run.Disarm());
+    EXPECT_EQ(IsDirectory(At("dir")), created);
+    rmdir(At("dir").c_str());
+  });
+  SweepBothModes("TFile::RemoveDirectory", [&](SweepRun& run) {
+    ASSERT_EQ(mkdir(At("gone").c_str(), 0700), 0);
+    const TBstr spec = B(At("gone"));
+    run.Arm();
+    const bool removed = TFile::RemoveDirectory(spec);
+    EXPECT_EQ(removed, !run.Disarm());
+    EXPECT_EQ(Exists(At("gone")), !removed);
+    rmdir(At("gone").c_str());
+  });
+  SweepBothModes("TFile::SetLastWriteTime", [&](SweepRun& run) {
+    ASSERT_TRUE(ovra_test::WriteFile(At("stamped"), "x"));
+    const TBstr spec = B(At("stamped"));
+    run.Arm();
+    const bool set = TFile::SetLastWriteTime(spec, 1000000000L);
+    EXPECT_EQ(set, !run.Disarm());
+    struct stat st;
+    ASSERT_EQ(lstat(At("stamped").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mtime == 1000000000, set);
+    unlink(At("stamped").c_str());
+  });
+  SweepBothModes("TFile::CreatePath", [&](SweepRun& run) {
+    const TBstr spec = B(At("p/q/r"));
+    run.Arm();
+    const bool created = TFile::CreatePath(spec);
+    const bool failed = run.Disarm();
+    // One failing request may be absorbed by the retry one level up; only
+    // a run where everything later fails too must report the failure.
+    if (run.mode() == FailMode::kAllLater) {
+      EXPECT_EQ(created, !failed) << "n=" << run.n();
+    }
+    EXPECT_EQ(IsDirectory(At("p/q/r")), created) << "n=" << run.n();
+    ovra_test::RemoveTree(At("p"));
+  });
+}
+
+TEST_F(AllocSweepFile, GetInfoFailsWithTheRecordUntouchedWhenMemoryRunsOut) {
+  ASSERT_TRUE(ovra_test::WriteFile(At("info.txt"), "12345"));
+  SweepBothModes("TFile::GetInfo", [&](SweepRun& run) {
+    const TBstr spec = B(At("info.*"));
+    TFileInfo info;
+    info.name = B("untouched record");
+    info.size = 77;
+    run.Arm();
+    const bool found = TFile::GetInfo(spec, info);
+    EXPECT_EQ(found, !run.Disarm()) << "n=" << run.n();
+    EXPECT_EQ(Narrow(info.name), found ? "info.txt" : "untouched record");
+    EXPECT_EQ(info.size, found ? 5u : 77u);
+  });
+  SweepUntilSuccess("TFile::GetTempDirectory", [](SweepRun& run) {
+    run.Arm();
+    const TBstr temp = TFile::GetTempDirectory();
+    EXPECT_EQ(Narrow(temp), run.Disarm() ? "" : "/tmp/");
+  });
+}
+
+TEST_F(AllocSweepFile, PathTextUtilitiesGiveAnEmptyStringAtEveryFailure) {
+  auto sweepPath = [](const std::string& what, auto utility, const std::string& argument,
+                      const std::string& expected) {
+    SweepBothModes(what, [&](SweepRun& run) {
+      const TBstr spec = B(argument);
+      run.Arm();
+      const TBstr result = utility(spec);
+      const bool failed = run.Disarm();
+      EXPECT_EQ(Narrow(result), failed ? "" : expected) << what << " n=" << run.n();
+      EXPECT_EQ(Narrow(spec), argument);
+    });
+  };
+  sweepPath("TFile::AddTrailingSeparator", TFile::AddTrailingSeparator, "a/b", "a/b/");
+  sweepPath("TFile::RemoveTrailingSeparator", TFile::RemoveTrailingSeparator, "a/b//", "a/b");
+  sweepPath("TFile::DirSpecFromFullSpec", TFile::DirSpecFromFullSpec, "/a/b/c.txt", "/a/b/");
+  sweepPath("TFile::FileNameFromFullSpec", TFile::FileNameFromFullSpec, "/a/b/c.txt", "c.txt");
+  sweepPath("TFile::CanonicalizeSpec", TFile::CanonicalizeSpec, "/a/./b/../c/./d", "/a/c/d");
+  SweepBothModes("TFile::AppendFileNameToSpec", [](SweepRun& run) {
+    const TBstr dir = B("/a/b"), name = B("c.txt");
+    run.Arm();
+    const TBstr result = TFile::AppendFileNameToSpec(dir, name);
+    EXPECT_EQ(Narrow(result), run.Disarm() ? "" : "/a/b/c.txt");
+  });
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "TestAllocator.h"
+#include "TestBstr.h"
 #include "TestWide.h"
 
 using namespace ovra_test;
@@ -398,6 +399,29 @@ TEST(InetNtoATest, RunningOutOfMemoryLeavesTheTextEmptyWithoutLeaks) {
     EXPECT_EQ(ToU16(text.GetString()), u"127.0.0.1:80");
   }
   EXPECT_EQ(Stats().live, live);
+}
+
+// --- Allocation failures ---------------------------------------------------
+// Each operation runs with its 1st, 2nd, ... allocation failing, alone and
+// with every later one (AllocSweep.h), until it goes through; every run must
+// give the documented out-of-memory result and leak nothing. The N each sweep
+// reaches is printed ("[ SWEEP    ]").
+
+class AllocSweepInet : public SweepTest {};
+
+TEST_F(AllocSweepInet, AddressTextIsEmptyWhenItCannotBeFormatted) {
+  SweepBothModes("OvraInetNtoA", [](SweepRun& run) {
+    TBstr text(W(u"previous"));
+    run.Arm();
+    OvraInetNtoA(0xC0A80001u, text);
+    EXPECT_EQ(Text(text), run.Disarm() ? u"" : u"192.168.0.1");
+  });
+  SweepBothModes("OvraInetNtoAEx", [](SweepRun& run) {
+    TBstr text(W(u"previous"));
+    run.Arm();
+    OvraInetNtoAEx(0x7F000001u, 8080, text);
+    EXPECT_EQ(Text(text), run.Disarm() ? u"" : u"127.0.0.1:8080");
+  });
 }
 
 }  // namespace

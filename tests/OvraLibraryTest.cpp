@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "Ovra.h"
+#include "AllocSweep.h"
 #include "TestAllocator.h"
 #include "TestPlugins.h"
 #include "TestWide.h"
@@ -391,6 +392,88 @@ TEST_F(LibraryTest, GetProcAddressReturnsNullWhenMemoryRunsOut) {
   EXPECT_EQ(library.GetProcAddress(name), nullptr);
   StopFailing();
   EXPECT_NE(library.GetProcAddress(name), nullptr);
+}
+
+// --- Allocation failures ---------------------------------------------------
+// Each operation runs with its 1st, 2nd, ... allocation failing, alone and
+// with every later one (AllocSweep.h), until it goes through; every run must
+// give the documented out-of-memory result and leak nothing. The N each sweep
+// reaches is printed ("[ SWEEP    ]").
+
+class AllocSweepLibrary : public SweepTest {
+ protected:
+  void SetUp() override {
+    SweepTest::SetUp();
+    ovra_test::PluginEvents().clear();
+    ovra_test::FailingCloses() = 0;
+    ASSERT_FALSE(ovra_test::PluginDir().empty()) << OVRA_TEST_PLUGIN_DIR;
+  }
+};
+
+// How many events of the plugins end with suffix (":term") or hold it (":init:").
+int CountEvents(const std::string& part) {
+  int count = 0;
+  for (const std::string& event : ovra_test::PluginEvents()) {
+    if (event.find(part) != std::string::npos) ++count;
+  }
+  return count;
+}
+
+TEST_F(AllocSweepLibrary, LoadFailsWithNothingOpenAndEveryInitBalancedAtEveryFailure) {
+  const std::string path = ovra_test::PluginPath(OVRA_TEST_PLUGIN_ACCEPT_NAME);
+  SweepBothModes("TLibrary::Load + Free", [&](SweepRun& run) {
+    ovra_test::PluginEvents().clear();
+    const TBstr spec(path.c_str());
+    TLibrary library;
+    run.Arm();
+    const bool loaded = library.Load(spec);
+    const bool failed = run.Disarm();
+    EXPECT_EQ(library.IsLoaded(), loaded);
+    if (loaded) {
+      EXPECT_EQ(Narrow(library.GetFileSpec()), path);
+      EXPECT_EQ(CountEvents("accept:init:"), 1);
+      EXPECT_TRUE(library.Free());
+      EXPECT_EQ(CountEvents("accept:term"), 1);
+    } else {
+      EXPECT_TRUE(failed) << "Load failed without running out of memory";
+      EXPECT_TRUE(library.GetFileSpec().IsEmpty()) << "n=" << run.n();
+      EXPECT_FALSE(ovra_test::IsOpen(path)) << "n=" << run.n();
+      // An init that ran was followed by its term.
+      EXPECT_EQ(CountEvents("accept:init:"), CountEvents("accept:term")) << "n=" << run.n();
+    }
+    EXPECT_FALSE(ovra_test::IsOpen(path));
+  });
+  // The platform layer on its own.
+  SweepBothModes("TLibrary::LibraryLoad", [&](SweepRun& run) {
+    ovra_test::PluginEvents().clear();
+    const TBstr spec(path.c_str());
+    run.Arm();
+    void* handle = TLibrary::LibraryLoad(spec);
+    const bool failed = run.Disarm();
+    if (handle != kInvalidHandleValue) {
+      EXPECT_TRUE(TLibrary::LibraryFree(handle));
+    } else {
+      EXPECT_TRUE(failed);
+      EXPECT_EQ(CountEvents("accept:init:"), CountEvents("accept:term")) << "n=" << run.n();
+    }
+    EXPECT_FALSE(ovra_test::IsOpen(path));
+  });
+}
+
+TEST_F(AllocSweepLibrary, GetProcAddressIsNullWhenTheNameCannotBeCopied) {
+  TLibrary library;
+  ASSERT_TRUE(library.Load(TBstr(ovra_test::PluginPath(OVRA_TEST_PLUGIN_PLAIN_NAME).c_str())));
+  SweepBothModes("TLibrary::GetProcAddress", [&](SweepRun& run) {
+    const TBstr name("PluginPlainAnswer");
+    run.Arm();
+    const OvraProc proc = library.GetProcAddress(name);
+    const bool failed = run.Disarm();
+    EXPECT_EQ(proc == nullptr, failed);
+    if (proc) {
+      EXPECT_EQ(proc(), 42);
+    }
+  });
+  EXPECT_TRUE(library.Free());
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include <vector>
 
+#include "AllocSweep.h"
 #include "TestAllocator.h"
 
 using namespace ovra_test;
@@ -259,6 +260,62 @@ TEST(MessageLifecycleTest, PostReportsAllocationFailureAndLeavesTheQueueUnchange
   EXPECT_FALSE(OvraPostMessage(id, P(3), nullptr));  // the record itself
   StopFailing();
   EXPECT_FALSE(OvraGetMessage(&got, &p1, &p2));
+}
+
+// --- Allocation failures ---------------------------------------------------
+// Each operation runs with its 1st, 2nd, ... allocation failing, alone and
+// with every later one (AllocSweep.h), until it goes through; every run must
+// give the documented out-of-memory result and leak nothing. The N each sweep
+// reaches is printed ("[ SWEEP    ]").
+
+class AllocSweepMessage : public SweepTest {};
+
+TEST_F(AllocSweepMessage, CallbackRegistrationFailsWithoutAnEntryWhenMemoryRunsOut) {
+  SweepBothModes("OvraRegisterMessageCallback x20", [](SweepRun& run) {
+    std::vector<unsigned int> ids;
+    for (int i = 0; i < 20; ++i) ids.push_back(OvraRequestMessageId());
+    std::vector<bool> registered;
+    run.Arm();
+    for (unsigned int id : ids) registered.push_back(OvraRegisterMessageCallback(id, OtherCallback));
+    const bool failed = run.Disarm();
+    int refused = 0;
+    for (size_t i = 0; i < ids.size(); ++i) {
+      EXPECT_EQ(OvraLookupMessageCallback(ids[i]), registered[i] ? &OtherCallback : nullptr);
+      if (!registered[i]) ++refused;
+    }
+    EXPECT_EQ(refused > 0, failed) << "n=" << run.n();
+    for (unsigned int id : ids) OvraUnregisterMessageCallback(id);
+  });
+}
+
+TEST_F(AllocSweepMessage, PostingFailsWithoutQueueingWhenMemoryRunsOut) {
+  SweepBothModes("OvraPostMessage x20 + OvraPostQuitMessage", [](SweepRun& run) {
+    const unsigned int id = OvraRequestMessageId();
+    std::vector<intptr_t> posted;
+    run.Arm();
+    for (intptr_t i = 1; i <= 20; ++i) {
+      if (OvraPostMessage(id, P(i), P(-i))) posted.push_back(i);
+    }
+    const bool quitPosted = OvraPostQuitMessage(P(77));
+    const bool failed = run.Disarm();
+    EXPECT_EQ(posted.size() < 20 || !quitPosted, failed) << "n=" << run.n();
+    // Exactly the accepted messages come out, whole and in order.
+    unsigned int got = 0;
+    void* p1 = nullptr;
+    void* p2 = nullptr;
+    for (intptr_t i : posted) {
+      ASSERT_TRUE(OvraGetMessage(&got, &p1, &p2));
+      EXPECT_EQ(got, id);
+      EXPECT_EQ(p1, P(i));
+      EXPECT_EQ(p2, P(-i));
+    }
+    if (quitPosted) {
+      ASSERT_TRUE(OvraGetMessage(&got, &p1, &p2));
+      EXPECT_EQ(got, kQuitMessageId);
+      EXPECT_EQ(p1, P(77));
+    }
+    EXPECT_FALSE(OvraGetMessage(&got, &p1, &p2));
+  });
 }
 
 }  // namespace

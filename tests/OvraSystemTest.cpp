@@ -16,6 +16,7 @@
 #include <string>
 
 #include "TestAllocator.h"
+#include "TestBstr.h"
 #include "TestWide.h"
 
 namespace {
@@ -54,7 +55,11 @@ extern "C" __attribute__((visibility("default"))) int uname(utsname* names) noex
 
 namespace {
 
+using ovra_test::SweepBothModes;
+using ovra_test::SweepRun;
+using ovra_test::Text;
 using ovra_test::ToU16;
+using ovra_test::W;
 
 class SystemInfoTest : public ::testing::Test {
  protected:
@@ -237,6 +242,33 @@ TEST_F(SystemInfoTest, NameIsEmptyWhenMemoryRunsOutAndNothingLeaks) {
     EXPECT_EQ(ToU16(info.osName.GetString()), u"Linux");
   }
   EXPECT_EQ(ovra_test::Stats().live, live);
+}
+
+// --- Allocation failures ---------------------------------------------------
+// Each operation runs with its 1st, 2nd, ... allocation failing, alone and
+// with every later one (AllocSweep.h), until it goes through; every run must
+// give the documented out-of-memory result and leak nothing. The N each sweep
+// reaches is printed ("[ SWEEP    ]").
+
+class AllocSweepSystem : public ovra_test::SweepTest {};
+
+TEST_F(AllocSweepSystem, SystemInfoLeavesTheNameEmptyWhenItCannotBeStored) {
+  SSystemInfo expected;
+  expected.revision = 0;
+  OvraGetSystemInfo(&expected);
+  ASSERT_FALSE(expected.osName.IsEmpty());
+  SweepBothModes("OvraGetSystemInfo", [&](SweepRun& run) {
+    SSystemInfo info;
+    info.osName = TBstr(W(u"previous name, longer than any system's"));
+    info.revision = 0;
+    run.Arm();
+    EXPECT_EQ(OvraGetSystemInfo(&info), 0u);
+    const bool failed = run.Disarm();
+    EXPECT_EQ(Text(info.osName), failed ? u"" : Text(expected.osName));
+    EXPECT_EQ(info.majorVersion, expected.majorVersion);
+    EXPECT_EQ(info.minorVersion, expected.minorVersion);
+    EXPECT_EQ(info.revision, expected.revision);
+  });
 }
 
 }  // namespace

@@ -10,8 +10,12 @@
 #include <thread>
 #include <vector>
 
+#include "AllocSweep.h"
 #include "OvraBstr.h"
 #include "OvraMem.h"
+#include "OvraMessage.h"
+#include "OvraRand.h"
+#include "OvraThread.h"
 #include "TestAllocator.h"
 #include "TestWide.h"
 
@@ -317,6 +321,91 @@ TEST_F(LifecycleTest, EntryPointsAreFoundByTheirPlainNames) {
   EXPECT_EQ(OvraGetModuleFileSpec().Compare(TBstr(OVRA_LIBRARY_FILE).GetString()), 0);
   term();
   dlclose(handle);
+}
+
+// --- Allocation failures ---------------------------------------------------
+// Each operation runs with its 1st, 2nd, ... allocation failing, alone and
+// with every later one (AllocSweep.h), until it goes through; every run must
+// give the documented out-of-memory result and leak nothing. The N each sweep
+// reaches is printed ("[ SWEEP    ]").
+
+void* P(intptr_t v) { return reinterpret_cast<void*>(v); }
+
+// Uses the started library's services that start-up prepares: the message
+// queue, thread-local data and the shared generator. Messages left in the
+// queue before are taken out first.
+void UseTheStartedLibrary() {
+  const unsigned int id = OvraRequestMessageId();
+  EXPECT_TRUE(OvraPostMessage(id, P(1), P(2)));
+  unsigned int got = 0;
+  void* p1 = nullptr;
+  void* p2 = nullptr;
+  while (OvraGetMessage(&got, &p1, &p2) && got != id) {
+  }
+  EXPECT_EQ(got, id);
+  EXPECT_EQ(p1, P(1));
+  void* block = OvraTlsAddData(P(7), 16);
+  EXPECT_NE(block, nullptr);
+  EXPECT_EQ(OvraTlsGetData(P(7)), block);
+  unsigned char random[4] = {0, 0, 0, 0};
+  OvraGenerateRandom(random, 4);
+  EXPECT_NE(random[0] | random[1] | random[2] | random[3], 0);
+}
+
+// Not under SweepTest: the library must not be started when the sweep begins.
+TEST(AllocSweepStartUp, AFailedStartUpIsCompletedByALaterOneAndTheLastShutdownFreesAll) {
+  Stats().Reset();
+  SweepBothModes("OvraInitialize + OvraUninitialize", [](SweepRun& run) {
+    SAllocator allocator = ovra_test::CountingAllocator();
+    run.Arm();
+    const bool started = OvraInitialize(&allocator);
+    const bool failed = run.Disarm();
+    EXPECT_EQ(started, !failed) << "n=" << run.n();
+    if (!started) {
+      // Not rolled back: the facilities whose hooks ran stay usable, and
+      // what is made with them now is released by the last shutdown below.
+      (void)OvraPostMessage(1, P(3), nullptr);
+      (void)OvraTlsAddData(P(8), 24);
+      // Still not counted as started: this shutdown does nothing.
+      OvraUninitialize();
+      // The next start-up goes through, keeping what the failed one made.
+      ASSERT_TRUE(OvraInitialize(&allocator)) << "n=" << run.n();
+    }
+    UseTheStartedLibrary();
+    OvraUninitialize();
+  });
+  EXPECT_EQ(Stats().live.load(), 0);
+}
+
+class AllocSweepModule : public SweepTest {};
+
+TEST_F(AllocSweepModule, NestedStartUpAllocatesNothingAndThreadDataFollowsLazily) {
+  SweepUntilSuccess("OvraInitialize (nested)", [](SweepRun& run) {
+    run.Arm();
+    EXPECT_TRUE(OvraInitialize(nullptr));
+    EXPECT_FALSE(run.Disarm());
+    UseTheStartedLibrary();
+    OvraUninitialize();  // frees this thread's table and blocks
+  }, FailMode::kOne, true);
+}
+
+TEST_F(AllocSweepModule, ModuleFileSpecIsEmptyWhenItsCopyFails) {
+  SweepBothModes("SharedLibInit + OvraGetModuleFileSpec", [](SweepRun& run) {
+    const TBstr path(W(u"/opt/ovra/lib/libovra.so"));
+    run.Arm();
+    EXPECT_TRUE(SharedLibInit(path));  // accepts the load whatever happens
+    const TBstr spec = OvraGetModuleFileSpec();
+    const bool failed = run.Disarm();
+    const std::u16string stored = Text(OvraGetModuleFileSpec());
+    EXPECT_TRUE(stored.empty() || stored == u"/opt/ovra/lib/libovra.so");
+    if (failed) {
+      // Either the stored copy or the returned one was lost.
+      EXPECT_TRUE(spec.IsEmpty() || stored.empty()) << "n=" << run.n();
+    } else {
+      EXPECT_EQ(Text(spec), u"/opt/ovra/lib/libovra.so");
+    }
+    SharedLibTerm();
+  });
 }
 
 }  // namespace

@@ -6,9 +6,11 @@
 #include <string.h>
 
 #include <atomic>
+#include <string>
 #include <thread>
 #include <vector>
 
+#include "AllocSweep.h"
 #include "TestAllocator.h"
 
 using namespace ovra_test;
@@ -328,6 +330,76 @@ TEST(TlsTest, AddDataSurvivesEveryAllocationFailure) {
     OvraUninitialize();
     EXPECT_EQ(Stats().live, live) << "leak after failing allocation " << n;
   }
+}
+
+// --- Allocation failures ---------------------------------------------------
+// Each operation runs with its 1st, 2nd, ... allocation failing, alone and
+// with every later one (AllocSweep.h), until it goes through; every run must
+// give the documented out-of-memory result and leak nothing. The N each sweep
+// reaches is printed ("[ SWEEP    ]").
+
+class AllocSweepThread : public SweepTest {};
+
+// Adds blocks under many keys, so that the thread's table grows too; every
+// call either gives a zero-filled block found under its key or null with
+// nothing stored. The nested start-up around it frees the table and blocks.
+void SweepThreadLocalData(const std::string& what,
+                          void* (*add)(void* key, unsigned int size)) {
+  SweepBothModes(what, [&](SweepRun& run) {
+    ASSERT_TRUE(OvraInitialize(nullptr));
+    const intptr_t keys = 40;
+    std::vector<void*> blocks;
+    run.Arm();
+    for (intptr_t k = 1; k <= keys; ++k) blocks.push_back(add(Key(k), static_cast<unsigned>(8 * k)));
+    const bool failed = run.Disarm();
+    int missing = 0;
+    for (intptr_t k = 1; k <= keys; ++k) {
+      void* block = blocks[static_cast<size_t>(k - 1)];
+      EXPECT_EQ(OvraTlsGetData(Key(k)), block) << what << " key " << k << " n=" << run.n();
+      if (block) {
+        EXPECT_TRUE(AllZero(block, static_cast<size_t>(8 * k)));
+      } else {
+        ++missing;
+      }
+    }
+    EXPECT_EQ(missing > 0, failed) << what << " n=" << run.n();
+    OvraUninitialize();
+  });
+}
+
+TEST_F(AllocSweepThread, ThreadLocalBlocksAreNullAndUnstoredWhenTheirAllocationFails) {
+  SweepThreadLocalData("OvraTlsAddData x40", OvraTlsAddData);
+  SweepThreadLocalData("OvraTlsGetAddData x40", OvraTlsGetAddData);
+}
+
+TEST_F(AllocSweepThread, ThreadCreationFailsCleanlyAndTheObjectStaysReusable) {
+  SweepBothModes("TThread::Create", [](SweepRun& run) {
+    TThread thread;
+    run.Arm();
+    const bool created = thread.Create(Return42, nullptr, false);
+    const bool failed = run.Disarm();
+    EXPECT_EQ(created, !failed) << "n=" << run.n();
+    if (!created) {
+      EXPECT_EQ(thread.GetHandle(), kInvalidHandleValue);
+      EXPECT_FALSE(thread.WaitForExit(nullptr));
+      ASSERT_TRUE(thread.Create(Return42, nullptr, false));  // reusable
+    }
+    int exitCode = 0;
+    EXPECT_TRUE(thread.WaitForExit(&exitCode));
+    EXPECT_EQ(exitCode, 42);
+  });
+  SweepBothModes("OvraCreateThread", [](SweepRun& run) {
+    run.Arm();
+    TThread* thread = OvraCreateThread(Return42, nullptr, false);
+    const bool failed = run.Disarm();
+    EXPECT_EQ(thread == nullptr, failed) << "n=" << run.n();
+    if (thread) {
+      int exitCode = 0;
+      EXPECT_TRUE(thread->WaitForExit(&exitCode));
+      EXPECT_EQ(exitCode, 42);
+      delete thread;
+    }
+  });
 }
 
 }  // namespace

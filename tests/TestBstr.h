@@ -1,7 +1,8 @@
 // TestBstr.h - helpers shared by the string tests: u"" literals as the
 // library's 16-bit character type, an allocator that also records request
 // sizes and released blocks, a fixture that starts the library with it and
-// checks for leaks, and a sweep that fails each allocation of an operation in turn.
+// checks for leaks, a sweep that fails each allocation of an operation in turn,
+// and the fixture of the strings' sweeps in both failure modes (AllocSweep.h).
 #ifndef OVRA_TESTS_TESTBSTR_H
 #define OVRA_TESTS_TESTBSTR_H
 
@@ -11,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "AllocSweep.h"
 #include "Ovra.h"
 #include "OvraBstr.h"
 #include "TestAllocator.h"
@@ -23,8 +25,19 @@ inline const unsigned short* W(const char16_t* s) {
   return reinterpret_cast<const unsigned short*>(s);
 }
 
+// The text of s as the library's character type (valid while s lives).
+inline const unsigned short* U(const std::u16string& s) { return W(s.c_str()); }
+
 // All GetLength() characters of s, inner zero characters included.
 inline std::u16string Text(const TBstr& s) { return ToU16(s.GetString(), s.GetLength()); }
+
+// A text of the letters from first on, over and over: length units, so that it
+// can be made longer than TBstr's 128-character stack work areas.
+inline std::u16string LongText(char16_t first, size_t length) {
+  std::u16string s;
+  for (size_t i = 0; i < length; ++i) s.push_back(static_cast<char16_t>(first + i % 26));
+  return s;
+}
 
 // Sizes of the allocation requests and the blocks released, in order.
 struct AllocRecord {
@@ -136,6 +149,51 @@ void SweepAllocationFailures(Op op) {
   }
   ADD_FAILURE() << "the operation made more than 64 allocations";
 }
+
+// Fixture of the strings' allocation-failure sweeps (see AllocSweep.h), with
+// the two shapes most of them take.
+class BstrSweepTest : public SweepTest {
+ protected:
+  // Sweeps an edit of a string that starts as `initial`: while an allocation
+  // fails the string must be empty (and usable), otherwise equal `expected`.
+  template <class Edit>
+  long SweepEdit(const std::string& what, const std::u16string& initial, Edit edit,
+                 const std::u16string& expected) {
+    return SweepBothModes(what, [&](SweepRun& run) {
+      TBstr s(U(initial));
+      ASSERT_EQ(Text(s), initial);
+      run.Arm();
+      edit(s);
+      if (run.Disarm()) {
+        EXPECT_TRUE(s.IsEmpty()) << what << " n=" << run.n();
+        EXPECT_EQ(s.GetLength(), 0);
+        EXPECT_EQ(s.GetString()[0], 0);
+        EXPECT_STREQ(s.GetMultibyteString(), "");
+      } else {
+        EXPECT_EQ(Text(s), expected) << what;
+      }
+    });
+  }
+
+  // Sweeps an operation producing a new string from `source`: a failure gives
+  // the empty string and leaves the source alone.
+  template <class Make>
+  long SweepMake(const std::string& what, const std::u16string& source, Make make,
+                 const std::u16string& expected) {
+    return SweepBothModes(what, [&](SweepRun& run) {
+      TBstr s(U(source));
+      run.Arm();
+      TBstr result = make(s);
+      const bool failed = run.Disarm();
+      EXPECT_EQ(Text(s), source) << what;
+      if (failed) {
+        EXPECT_TRUE(result.IsEmpty()) << what << " n=" << run.n();
+      } else {
+        EXPECT_EQ(Text(result), expected) << what;
+      }
+    });
+  }
+};
 
 }  // namespace ovra_test
 

@@ -1,7 +1,7 @@
 // TestFiles.h - helpers shared by the file tests: a fresh temporary folder
 // for every test (made the current directory), files made and read with the
 // system's own calls, sparse files, and a way to run a check without root's
-// power to ignore permissions.
+// power to ignore permissions; and the fixture of the file sweeps.
 #ifndef OVRA_TESTS_TESTFILES_H
 #define OVRA_TESTS_TESTFILES_H
 
@@ -159,6 +159,29 @@ class FileTest : public StringTest {
 
  private:
   std::string m_previous;
+  std::string m_folder;
+};
+
+// Fixture of the files' allocation-failure sweeps (AllocSweep.h): the library
+// started with the counting allocator and a fresh temporary folder (absolute
+// path, not the current directory) that is removed with its contents after
+// the test.
+class FileSweepTest : public SweepTest {
+ protected:
+  void SetUp() override {
+    SweepTest::SetUp();
+    char pattern[] = "/tmp/ovra-sweep-XXXXXX";
+    ASSERT_NE(mkdtemp(pattern), nullptr);
+    m_folder = pattern;
+  }
+  void TearDown() override {
+    if (!m_folder.empty()) RemoveTree(m_folder);
+    SweepTest::TearDown();
+  }
+  std::string At(const std::string& name) const { return m_folder + "/" + name; }
+  const std::string& Folder() const { return m_folder; }
+
+ private:
   std::string m_folder;
 };
 
