@@ -24,6 +24,10 @@ using namespace ovra_fuzz;
 
 namespace {
 
+// Appending or inserting a container into itself doubles it; past this many
+// elements such a step is skipped, so that an input stays quick to run.
+constexpr size_t kMaxElements = 2000;
+
 void* Value(FuzzedDataProvider& in) {
   // Few distinct values, so that Find has matches to find; null included.
   return reinterpret_cast<void*>(static_cast<uintptr_t>(in.ConsumeIntegralInRange<int>(0, 15)) * 8);
@@ -127,6 +131,7 @@ void ArrayStep(FuzzedDataProvider& in, TPtrArray& a, ArrayModel& m, TPtrArray& o
     case 4: {  // insert another array (or itself)
       const int i = in.ConsumeIntegralInRange<int>(0, size + 8);
       const std::vector<void*> src = om.items;
+      if (m.items.size() + src.size() + 8 > kMaxElements) return;
       const int count = static_cast<int>(src.size());
       if (count > 0) {
         if (i >= size) {
@@ -152,6 +157,7 @@ void ArrayStep(FuzzedDataProvider& in, TPtrArray& a, ArrayModel& m, TPtrArray& o
     }
     case 6: {  // append another array (or itself)
       const std::vector<void*> src = om.items;
+      if (m.items.size() + src.size() > kMaxElements) return;
       if (!src.empty()) {
         requests = ModelSetSize(next, size + static_cast<int>(src.size()), -1);
         std::copy(src.begin(), src.end(), next.items.begin() + size);
@@ -318,6 +324,7 @@ void ListStep(FuzzedDataProvider& in, TPtrList& l, ListModel& m, TPtrList& other
     case 7:
     case 8: {  // bulk AddHead / AddTail of another list (or itself): all or nothing
       const std::vector<void*> src = om.items;
+      if (m.items.size() + src.size() > kMaxElements) return;
       if (!src.empty()) {
         requests = m.BlocksFor(static_cast<int>(src.size()));
         next.blocks += requests;
