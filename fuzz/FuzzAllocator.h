@@ -54,12 +54,12 @@ inline void FuzzFree(void* pointer) {
   free(pointer);
 }
 
-inline SAllocator FuzzAllocator() { return SAllocator{FuzzAlloc, FuzzRealloc, FuzzFree, nullptr, nullptr}; }
+inline SAllocator FuzzAllocator() {
+  return SAllocator{FuzzAlloc, FuzzRealloc, FuzzFree, nullptr, nullptr};
+}
 
 // Makes the nth request from now on fail (1 = the next one); 0 fails none.
-inline void FailNthRequest(long n) {
-  AllocStats().failAt = n > 0 ? AllocStats().requests + n : 0;
-}
+inline void FailNthRequest(long n) { AllocStats().failAt = n > 0 ? AllocStats().requests + n : 0; }
 
 // Counts requests and failures of one operation.
 struct OperationAllocs {

@@ -70,7 +70,8 @@ void CheckArray(const TPtrArray& a, const ArrayModel& m) {
   FUZZ_CHECK(a.GetMaxSize() == m.capacity);
   FUZZ_CHECK(a.GetGrowBy() == m.growBy);
   FUZZ_CHECK((a.GetData() == nullptr) == (m.capacity == 0));
-  for (size_t i = 0; i < m.items.size(); ++i) FUZZ_CHECK(a.GetAt(static_cast<int>(i)) == m.items[i]);
+  for (size_t i = 0; i < m.items.size(); ++i)
+    FUZZ_CHECK(a.GetAt(static_cast<int>(i)) == m.items[i]);
 }
 
 // One array operation. `other` may be the same array as `a` (self-append,
@@ -80,9 +81,9 @@ void ArrayStep(FuzzedDataProvider& in, TPtrArray& a, ArrayModel& m, TPtrArray& o
   const bool self = &a == &other;
   const int size = static_cast<int>(m.items.size());
   ArrayModel next = m;
-  int requests = 0;   // what the documented algorithm asks for
-  int result = 0;     // an operation's result, where it has one
-  int expected = 0;   // the result it must have when nothing fails
+  int requests = 0;  // what the documented algorithm asks for
+  int result = 0;    // an operation's result, where it has one
+  int expected = 0;  // the result it must have when nothing fails
   bool hasResult = false;
   FailNthRequest(in.ConsumeIntegralInRange<int>(0, 3) == 0 ? 1 : 0);
   OperationAllocs allocs;
@@ -188,9 +189,15 @@ void ArrayStep(FuzzedDataProvider& in, TPtrArray& a, ArrayModel& m, TPtrArray& o
       const int i = in.ConsumeIntegralInRange<int>(0, size - 1);
       void* v = Value(in);
       switch (in.ConsumeIntegralInRange<int>(0, 2)) {
-        case 0: a.SetAt(i, v); break;
-        case 1: a.ElementAt(i) = v; break;
-        default: a[i] = v; break;
+        case 0:
+          a.SetAt(i, v);
+          break;
+        case 1:
+          a.ElementAt(i) = v;
+          break;
+        default:
+          a[i] = v;
+          break;
       }
       next.items[static_cast<size_t>(i)] = v;
       break;
@@ -349,13 +356,23 @@ void ListStep(FuzzedDataProvider& in, TPtrList& l, ListModel& m, TPtrList& other
       void* v = Value(in);
       POSITION pos = PositionOf(l, i);
       switch (in.ConsumeIntegralInRange<int>(0, 3)) {
-        case 0: l.SetAt(pos, v); break;
-        case 1: l.GetAt(pos) = v; break;
+        case 0:
+          l.SetAt(pos, v);
+          break;
+        case 1:
+          l.GetAt(pos) = v;
+          break;
         case 2:
-          if (i == 0) l.GetHead() = v; else l.SetAt(pos, v);
+          if (i == 0)
+            l.GetHead() = v;
+          else
+            l.SetAt(pos, v);
           break;
         default:
-          if (i == n - 1) l.GetTail() = v; else l.SetAt(pos, v);
+          if (i == n - 1)
+            l.GetTail() = v;
+          else
+            l.SetAt(pos, v);
           break;
       }
       next.items[static_cast<size_t>(i)] = v;

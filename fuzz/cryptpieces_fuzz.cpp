@@ -39,8 +39,9 @@ std::vector<size_t> Pieces(FuzzedDataProvider& in, size_t total, size_t unit) {
   std::vector<size_t> pieces;
   size_t left = total;
   while (left > 0 && pieces.size() < 64) {
-    size_t n = in.ConsumeIntegralInRange<size_t>(0, 3) == 0 ? 0
-                                                           : in.ConsumeIntegralInRange<size_t>(1, 200);
+    size_t n = in.ConsumeIntegralInRange<size_t>(0, 3) == 0
+                   ? 0
+                   : in.ConsumeIntegralInRange<size_t>(1, 200);
     n = n / unit * unit;
     if (n > left || in.remaining_bytes() == 0) n = left / unit * unit;
     pieces.push_back(n);
@@ -214,10 +215,11 @@ void ReferenceBlocks(bool des, bool cbc, bool encrypt, const Bytes& key, unsigne
     for (size_t at = 0; at < data.size(); at += 8) {
       unsigned char* b = data.data() + at;
       if (cbc) {
-        DES_ncbc_encrypt(b, b, 8, &ks, reinterpret_cast<DES_cblock*>(chain), encrypt ? DES_ENCRYPT : DES_DECRYPT);
+        DES_ncbc_encrypt(b, b, 8, &ks, reinterpret_cast<DES_cblock*>(chain),
+                         encrypt ? DES_ENCRYPT : DES_DECRYPT);
       } else {
-        DES_ecb_encrypt(reinterpret_cast<const_DES_cblock*>(b), reinterpret_cast<DES_cblock*>(b), &ks,
-                        encrypt ? DES_ENCRYPT : DES_DECRYPT);
+        DES_ecb_encrypt(reinterpret_cast<const_DES_cblock*>(b), reinterpret_cast<DES_cblock*>(b),
+                        &ks, encrypt ? DES_ENCRYPT : DES_DECRYPT);
       }
     }
   } else {
@@ -323,7 +325,8 @@ void CheckBlockCipher(FuzzedDataProvider& in, bool des, const Bytes& msg, const 
   FUZZ_CHECK(ct == ref);
   Bytes once = msg;
   once.resize(msg.size() + 8);
-  FUZZ_CHECK(encOnce->EncryptData(once.data(), static_cast<unsigned>(msg.size()), true) == ref.size());
+  FUZZ_CHECK(encOnce->EncryptData(once.data(), static_cast<unsigned>(msg.size()), true) ==
+             ref.size());
   once.resize(ref.size());
   FUZZ_CHECK(once == ref);
   FUZZ_CHECK(DecryptInPieces(in, *dec, ct) == msg);
@@ -365,8 +368,10 @@ Bytes Rc4InPieces(FuzzedDataProvider& in, TRc4Cipher& c, const Bytes& msg) {
 void CheckRc4(FuzzedDataProvider& in, const Bytes& msg, const Bytes& msg2) {
   Bytes key = in.ConsumeBytes<unsigned char>(in.ConsumeIntegralInRange<size_t>(1, 256));
   if (key.empty()) key.push_back(0);
-  TRc4Cipher* enc = new TRc4Cipher(TCipher::eEncrypt, key.data(), static_cast<unsigned>(key.size()));
-  TRc4Cipher* dec = new TRc4Cipher(TCipher::eDecrypt, key.data(), static_cast<unsigned>(key.size()));
+  TRc4Cipher* enc =
+      new TRc4Cipher(TCipher::eEncrypt, key.data(), static_cast<unsigned>(key.size()));
+  TRc4Cipher* dec =
+      new TRc4Cipher(TCipher::eDecrypt, key.data(), static_cast<unsigned>(key.size()));
   FUZZ_CHECK(enc && dec);
   for (const Bytes* m : {&msg, &msg2}) {
     Bytes ref(m->size());

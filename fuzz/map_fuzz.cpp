@@ -31,8 +31,8 @@ using Units = std::vector<unsigned short>;
 
 struct PtrKeys {
   typedef TPtrFromPtrMap Map;
-  typedef void* Key;       // what the model keeps
-  typedef void* KeyOut;    // what GetNextAssoc hands out
+  typedef void* Key;     // what the model keeps
+  typedef void* KeyOut;  // what GetNextAssoc hands out
   static Key Make(FuzzedDataProvider& in) {
     uintptr_t v = in.ConsumeIntegralInRange<uintptr_t>(0, 70);
     if (in.ConsumeIntegralInRange<int>(0, 7) == 0) v = ~uintptr_t(0) - v;  // the top of the range
@@ -219,7 +219,8 @@ void MapStep(FuzzedDataProvider& in, typename Keys::Map& map, MapModel<Keys>& m)
   typedef typename Keys::Key Key;
   MapModel<Keys> next = m;
   int requests = 0;
-  const long failAt = in.ConsumeIntegralInRange<int>(0, 3) == 0 ? in.ConsumeIntegralInRange<int>(1, 3) : 0;
+  const long failAt =
+      in.ConsumeIntegralInRange<int>(0, 3) == 0 ? in.ConsumeIntegralInRange<int>(1, 3) : 0;
   FailNthRequest(failAt);
   OperationAllocs allocs;
   bool boolResult = false, expectBool = false, hasBool = false;
@@ -228,7 +229,8 @@ void MapStep(FuzzedDataProvider& in, typename Keys::Map& map, MapModel<Keys>& m)
     case 0:
     case 1: {  // SetAt, or operator[] then a store through the reference
       const Key k = Keys::Make(in);
-      void* v = reinterpret_cast<void*>(static_cast<uintptr_t>(in.ConsumeIntegralInRange<int>(1, 99)));
+      void* v =
+          reinterpret_cast<void*>(static_cast<uintptr_t>(in.ConsumeIntegralInRange<int>(1, 99)));
       auto* e = next.Find(k);
       if (e) {
         e->value = v;
@@ -367,9 +369,15 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FuzzedDataProvider in(data, size);
   switch (in.ConsumeIntegralInRange<int>(0, 2)) {
-    case 0: Run<PtrKeys>(in); break;
-    case 1: Run<GuidKeys>(in); break;
-    default: Run<BstrKeys>(in); break;
+    case 0:
+      Run<PtrKeys>(in);
+      break;
+    case 1:
+      Run<GuidKeys>(in);
+      break;
+    default:
+      Run<BstrKeys>(in);
+      break;
   }
   return 0;
 }

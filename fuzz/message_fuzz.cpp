@@ -77,9 +77,9 @@ struct Event {
   bool operator==(const Event& o) const { return kind == o.kind && msg == o.msg; }
 };
 
-std::vector<Event> g_events;        // what the library did
-unsigned long g_postSerial = 0;     // numbers every post the harness makes
-unsigned long g_postInProgress = 0; // the post now running, 0 outside posts
+std::vector<Event> g_events;         // what the library did
+unsigned long g_postSerial = 0;      // numbers every post the harness makes
+unsigned long g_postInProgress = 0;  // the post now running, 0 outside posts
 bool g_postFromCallbackFailed = false;
 
 bool Post(const Msg& m) {
@@ -90,7 +90,9 @@ bool Post(const Msg& m) {
   return ok;
 }
 
-void RecordCallback(unsigned id, void* p1, void* p2) { g_events.push_back({kRecord, {id, p1, p2}}); }
+void RecordCallback(unsigned id, void* p1, void* p2) {
+  g_events.push_back({kRecord, {id, p1, p2}});
+}
 
 void ChainCallback(unsigned id, void* p1, void* p2) {
   const Msg m{id, p1, p2};
@@ -255,7 +257,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         FUZZ_CHECK(OvraGiveMessage(m.id, m.param1, m.param2) == model.Give(m));
         break;
       }
-      case 7: {  // register, sometimes with an allocation failing
+      case 7: {                // register, sometimes with an allocation failing
         if (!model.up) break;  // the registry's memory must come from this allocator
         const unsigned id = kIds[in.ConsumeIntegralInRange<int>(0, kIdCount - 1)];
         const int kind = in.ConsumeIntegralInRange<int>(0, 1);
