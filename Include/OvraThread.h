@@ -29,8 +29,11 @@ class OVRA_API TThread {
   // Not supported: always 0xFFFFFFFF, with or without a thread.
   unsigned int Resume();
   // Requests cancellation. The procedure runs with asynchronous cancellation,
-  // so it may stop at any instruction; once it has returned, its result stands
-  // and a late Cancel has no effect. False if there is no thread or on error.
+  // so it may stop at any instruction (code built with a sanitizer is not safe
+  // to stop there: cancel such a procedure only where it runs plain code).
+  // Once it has returned, nothing stops the thread's exit any more; a Cancel
+  // that races that return may still make WaitForExit report -1. False if
+  // there is no thread or on error.
   bool Cancel();
   // Waits for the thread to end and stores its procedure's result in
   // *exitCode (may be null; -1 for a cancelled thread). False if there is no

@@ -21,15 +21,40 @@ struct SThreadCell {
 
 constexpr unsigned int kNotSupported = 0xFFFFFFFFu;
 
+// Under ThreadSanitizer every instrumented function calls into the sanitizer's
+// runtime on entry, on exit and for each memory access. Those calls are not
+// safe to stop at an arbitrary instruction: an asynchronous cancel that lands
+// in one unwinds through a frame that ends the process. The start routine and
+// TThread::ThreadProc, the library's only code that runs while asynchronous
+// cancellation is on, are therefore left uninstrumented; what the caller's
+// procedure runs is its own affair.
+#if defined(__SANITIZE_THREAD__)
+#define OVRA_NO_THREAD_SANITIZER __attribute__((no_sanitize_thread))
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+// clang's no_sanitize("thread") still calls the runtime on entry and exit.
+#define OVRA_NO_THREAD_SANITIZER __attribute__((disable_sanitizer_instrumentation))
+#endif
+#endif
+#ifndef OVRA_NO_THREAD_SANITIZER
+#define OVRA_NO_THREAD_SANITIZER
+#endif
+
 // The start routine: asynchronous cancellation first, then the procedure,
 // whose int result travels through the pointer-sized exit value. Once the
-// procedure has returned its result stands, and cancellation is switched off:
-// the exit path that follows (thread-local data destructors giving blocks
-// back to the allocator, the C library's own bookkeeping) takes locks and
-// must never be stopped half-way by a late Cancel.
-extern "C" void* _ThreadProc(void* thread) {
+// procedure has returned, the exit path that follows (thread-local data
+// destructors giving blocks back to the allocator, the C library's and a
+// sanitizer's own bookkeeping) takes locks and clears per-thread slots, and
+// must never be stopped half-way by a late Cancel. Disabling cancellation is
+// not enough for that: a Cancel that saw the asynchronous type sends a signal
+// that may arrive only after the disable, and the C library's handler acts on
+// the type alone. So the type goes back to deferred first (the handler then
+// only records the request), and cancellation is disabled as well, so that no
+// cancellation point on the exit path acts on a recorded request either.
+extern "C" OVRA_NO_THREAD_SANITIZER void* _ThreadProc(void* thread) {
   pthread_setcanceltype(PTHREAD_CANCEL_ASYNCHRONOUS, nullptr);
   const int result = TThread::ThreadProc(thread);
+  pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, nullptr);
   pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
   return reinterpret_cast<void*>(static_cast<intptr_t>(result));
 }
