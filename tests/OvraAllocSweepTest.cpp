@@ -872,16 +872,18 @@ TEST_F(AllocSweepThread, CallbackRegistrationFailsWithoutAnEntryWhenMemoryRunsOu
 }
 
 TEST_F(AllocSweepThread, PostingFailsWithoutQueueingWhenMemoryRunsOut) {
-  SweepBothModes("OvraPostMessage x20 + OvraPostQuitMessage", [](SweepRun& run) {
+  // The queue holds some records of its own and allocates more in chunks:
+  // 300 posts outgrow the first and need several.
+  SweepBothModes("OvraPostMessage x300 + OvraPostQuitMessage", [](SweepRun& run) {
     const unsigned int id = OvraRequestMessageId();
     std::vector<intptr_t> posted;
     run.Arm();
-    for (intptr_t i = 1; i <= 20; ++i) {
+    for (intptr_t i = 1; i <= 300; ++i) {
       if (OvraPostMessage(id, P(i), P(-i))) posted.push_back(i);
     }
     const bool quitPosted = OvraPostQuitMessage(P(77));
     const bool failed = run.Disarm();
-    EXPECT_EQ(posted.size() < 20 || !quitPosted, failed) << "n=" << run.n();
+    EXPECT_EQ(posted.size() < 300 || !quitPosted, failed) << "n=" << run.n();
     // Exactly the accepted messages come out, whole and in order.
     unsigned int got = 0;
     void* p1 = nullptr;
