@@ -873,8 +873,13 @@ TEST_F(AllocSweepThread, CallbackRegistrationFailsWithoutAnEntryWhenMemoryRunsOu
 
 TEST_F(AllocSweepThread, PostingFailsWithoutQueueingWhenMemoryRunsOut) {
   // The queue holds some records of its own and allocates more in chunks:
-  // 300 posts outgrow the first and need several.
+  // 300 posts outgrow the first and need several. A drained queue may keep
+  // chunks for the next burst until shut down, so every run starts and ends
+  // with a fresh queue (a full restart with the counting allocator).
   SweepBothModes("OvraPostMessage x300 + OvraPostQuitMessage", [](SweepRun& run) {
+    SAllocator counting = ovra_test::CountingAllocator();
+    OvraUninitialize();
+    ASSERT_TRUE(OvraInitialize(&counting));
     const unsigned int id = OvraRequestMessageId();
     std::vector<intptr_t> posted;
     run.Arm();
@@ -900,6 +905,8 @@ TEST_F(AllocSweepThread, PostingFailsWithoutQueueingWhenMemoryRunsOut) {
       EXPECT_EQ(p1, P(77));
     }
     EXPECT_FALSE(OvraGetMessage(&got, &p1, &p2));
+    OvraUninitialize();
+    ASSERT_TRUE(OvraInitialize(&counting));
   });
 }
 

@@ -9,8 +9,9 @@
 // chain, where the next post finds it. A steady stream of messages therefore
 // costs one lock round per post and per get and no allocation at all, and a
 // burst one allocation per kChunkRecords messages. Whenever the queue drains,
-// every allocated chunk goes back to the allocator (so an idle queue holds
-// nothing beyond itself), and destroying the queue frees whatever is left.
+// the chunks beyond kKeptChunks go back to the allocator, so a queue keeps at
+// most kKeptChunks * kChunkRecords records beyond its own after a burst (about
+// 48 KiB with 64-bit pointers), and destroying the queue frees every one.
 #include "OvraMessagePS.h"
 
 #include <stdint.h>
@@ -28,6 +29,8 @@ struct SMessageRecord {
 };
 
 constexpr unsigned kChunkRecords = 63;
+// Allocated chunks a drained queue keeps for the next burst.
+constexpr unsigned kKeptChunks = 64;
 
 struct SRecordChunk {
   SRecordChunk* next;
@@ -36,8 +39,8 @@ struct SRecordChunk {
 
 struct TMessageQueue {
   TMessageQueue()
-      : head(nullptr), tail(nullptr), spare(nullptr), chunks(nullptr), availableCallback(nullptr),
-        availableData(nullptr) {
+      : head(nullptr), tail(nullptr), spare(nullptr), chunks(nullptr), chunkCount(0),
+        availableCallback(nullptr), availableData(nullptr) {
     AddSpare(own);
     signal.Init();
   }
@@ -59,22 +62,27 @@ struct TMessageQueue {
       spare = &records[i];
     }
   }
-  // With the queue empty every record is spare: rebuilds the spare chain
-  // from the queue's own records and returns the allocated chunks, to be
-  // freed once the lock is released.
+  // With the queue empty every record is spare: keeps the queue's own
+  // records and the first kKeptChunks chunks, rebuilds the spare chain from
+  // them and returns the other chunks, to be freed once the lock is released.
   SRecordChunk* TrimWhenEmpty() {
+    if (chunkCount <= kKeptChunks) return nullptr;
     SRecordChunk* surplus = chunks;
-    if (surplus) {
-      chunks = nullptr;
-      spare = nullptr;
-      AddSpare(own);
-    }
+    SRecordChunk** link = &chunks;
+    for (unsigned i = 0; i < kKeptChunks; ++i) link = &(*link)->next;
+    surplus = *link;
+    *link = nullptr;
+    chunkCount = kKeptChunks;
+    spare = nullptr;
+    AddSpare(own);
+    for (SRecordChunk* chunk = chunks; chunk; chunk = chunk->next) AddSpare(chunk->records);
     return surplus;
   }
   SMessageRecord* head;   // oldest message, null when empty
   SMessageRecord* tail;   // newest message
   SMessageRecord* spare;  // records free for the next posts
   SRecordChunk* chunks;   // allocated chunks, newest first
+  unsigned chunkCount;
   SMessageRecord own[kChunkRecords];
   TCondVar signal;  // its lock guards the chains
   OvraMessageAvailableCallback availableCallback;
@@ -102,6 +110,7 @@ bool InternalPostMessage(void* handle, unsigned int id, void* param1, void* para
     queue->signal.Lock();
     chunk->next = queue->chunks;
     queue->chunks = chunk;
+    ++queue->chunkCount;
     queue->AddSpare(chunk->records);
   }
   SMessageRecord* record = queue->spare;
