@@ -226,6 +226,9 @@ struct VSwar {
     return kBigEndian ? m & ~(static_cast<TWord>(1) << (kWordBits - 1 - CountLeadingZeros(m)))
                       : m & (m - 1);
   }
+  static bool AnyStop2(Vec x0, Vec y0, Vec x1, Vec y1) {
+    return ((Eq(x0, y0) & Eq(x1, y1)) ^ kHigh) | ZeroUnits(x0) | ZeroUnits(x1);
+  }
   OVRA_NO_ASAN static bool AnyZero4(uintptr_t p) {
     const Vec* w = reinterpret_cast<const TWordAlias*>(p);
     return (ZeroUnits(w[0]) | ZeroUnits(w[1]) | ZeroUnits(w[2]) | ZeroUnits(w[3])) != 0;

@@ -47,6 +47,13 @@ struct VAvx2 {
   static Mask NextUnit(Mask m) { return m >> 2; }
   static bool Has(Mask m, unsigned k) { return (m >> (2 * k)) & 1; }
   static Mask ClearFirst(Mask m) { return m & ~(3u << (__builtin_ctz(m) & ~1)); }
+  // min(x, x == y) is zero exactly where the units differ or x is zero.
+  static bool AnyStop2(Vec x0, Vec y0, Vec x1, Vec y1) {
+    const Vec t0 = _mm256_min_epu16(x0, _mm256_cmpeq_epi16(x0, y0));
+    const Vec t1 = _mm256_min_epu16(x1, _mm256_cmpeq_epi16(x1, y1));
+    const Vec z = _mm256_cmpeq_epi16(_mm256_min_epu16(t0, t1), _mm256_setzero_si256());
+    return !_mm256_testz_si256(z, z);
+  }
   OVRA_NO_ASAN static bool AnyZero4(uintptr_t p) {
     const Vec low = _mm256_min_epu16(LoadA(p), LoadA(p + 32));
     const Vec high = _mm256_min_epu16(LoadA(p + 64), LoadA(p + 96));
@@ -124,11 +131,14 @@ size_t NarrowRun(const unsigned short* src, size_t limit, char* dst) {
 
 size_t WidenRun(const unsigned char* src, size_t limit, unsigned short* dst) {
   size_t i = 0;
-  while (i + 16 <= limit) {
-    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i));
-    if (_mm_movemask_epi8(a) != 0) break;
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + i), _mm256_cvtepu8_epi16(a));
-    i += 16;
+  while (i + 32 <= limit) {
+    const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + i));
+    if (_mm256_movemask_epi8(v) != 0) break;
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + i),
+                        _mm256_cvtepu8_epi16(_mm256_castsi256_si128(v)));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + i + 16),
+                        _mm256_cvtepu8_epi16(_mm256_extracti128_si256(v, 1)));
+    i += 32;
   }
   while (i < limit && src[i] < 0x80) {
     dst[i] = src[i];
@@ -217,6 +227,17 @@ size_t FromUtf8(const unsigned char* src, size_t n, unsigned short* dst, size_t 
       _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + w), _mm256_cvtepu8_epi16(b0));
       i += 16;
       w += 16;
+      // The rest of a run of ASCII, 32 bytes at a time.
+      while (n - i >= 32 && room - w >= 32) {
+        const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + i));
+        if (_mm256_movemask_epi8(v) != 0) break;
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + w),
+                            _mm256_cvtepu8_epi16(_mm256_castsi256_si128(v)));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + w + 16),
+                            _mm256_cvtepu8_epi16(_mm256_extracti128_si256(v, 1)));
+        i += 32;
+        w += 32;
+      }
       continue;
     }
     const unsigned cont =

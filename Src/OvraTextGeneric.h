@@ -15,7 +15,8 @@
 //   KeepBefore(m, k) clears the units k and up (k <= kUnits)
 //   NextUnit(m): unit j set when unit j + 1 was set; Has(m, k); ClearFirst(m)
 //   AnyZero4(uintptr_t) whether four blocks from an address aligned to four
-//   blocks hold a zero unit.
+//   blocks hold a zero unit; AnyStop2(x0, y0, x1, y1) whether two pairs of
+//   blocks hold a difference or a zero unit of x.
 #ifndef OVRA_SRC_OVRATEXTGENERIC_H
 #define OVRA_SRC_OVRATEXTGENERIC_H
 
@@ -217,6 +218,23 @@ OVRA_NO_ASAN int GCmp(const unsigned short* a, const unsigned short* b, size_t n
       continue;
     }
     if (Bounded) n -= steps * V::kUnits;
+    // Two blocks at a time while they last, then one.
+    for (; steps >= 2; steps -= 2) {
+      typename V::Vec x0 = V::LoadU(reinterpret_cast<uintptr_t>(a));
+      typename V::Vec y0 = V::LoadU(reinterpret_cast<uintptr_t>(b));
+      typename V::Vec x1 = V::LoadU(reinterpret_cast<uintptr_t>(a + V::kUnits));
+      typename V::Vec y1 = V::LoadU(reinterpret_cast<uintptr_t>(b + V::kUnits));
+      if (Fold) {
+        x0 = V::Fold(x0);
+        y0 = V::Fold(y0);
+        x1 = V::Fold(x1);
+        y1 = V::Fold(y1);
+      }
+      if (V::AnyStop2(x0, y0, x1, y1)) break;
+      a += 2 * V::kUnits;
+      b += 2 * V::kUnits;
+    }
+    if (steps == 0) continue;
     do {
       typename V::Vec x = V::LoadU(reinterpret_cast<uintptr_t>(a));
       typename V::Vec y = V::LoadU(reinterpret_cast<uintptr_t>(b));

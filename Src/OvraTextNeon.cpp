@@ -42,6 +42,12 @@ struct VNeon {
   static Mask ClearFirst(Mask m) {
     return m & ~(static_cast<uint64_t>(0xFF) << (__builtin_ctzll(m) & ~7));
   }
+  // min(x, x == y) is zero exactly where the units differ or x is zero.
+  static bool AnyStop2(Vec x0, Vec y0, Vec x1, Vec y1) {
+    const Vec t0 = vminq_u16(x0, vceqq_u16(x0, y0));
+    const Vec t1 = vminq_u16(x1, vceqq_u16(x1, y1));
+    return vminvq_u16(vminq_u16(t0, t1)) == 0;
+  }
   OVRA_NO_ASAN static bool AnyZero4(uintptr_t p) {
     const Vec low = vminq_u16(LoadA(p), LoadA(p + 16));
     const Vec high = vminq_u16(LoadA(p + 32), LoadA(p + 48));

@@ -42,6 +42,12 @@ struct VSse2 {
   static Mask NextUnit(Mask m) { return m >> 2; }
   static bool Has(Mask m, unsigned k) { return (m >> (2 * k)) & 1; }
   static Mask ClearFirst(Mask m) { return m & ~(3u << (__builtin_ctz(m) & ~1)); }
+  static bool AnyStop2(Vec x0, Vec y0, Vec x1, Vec y1) {
+    const Vec z = _mm_setzero_si128();
+    const Vec same = _mm_and_si128(_mm_cmpeq_epi16(x0, y0), _mm_cmpeq_epi16(x1, y1));
+    const Vec zero = _mm_or_si128(_mm_cmpeq_epi16(x0, z), _mm_cmpeq_epi16(x1, z));
+    return _mm_movemask_epi8(_mm_andnot_si128(zero, same)) != 0xFFFF;
+  }
   OVRA_NO_ASAN static bool AnyZero4(uintptr_t p) {
     const Vec z = _mm_setzero_si128();
     const Vec a = _mm_cmpeq_epi16(LoadA(p), z);
