@@ -200,14 +200,42 @@ OVRA_NO_ASAN unsigned short* GRchr(const unsigned short* s, unsigned short ch) {
 template <class V, bool Fold, bool Bounded>
 OVRA_NO_ASAN int GCmp(const unsigned short* a, const unsigned short* b, size_t n) {
   const typename V::Vec zero = V::Zero();
+  const unsigned short* const start = a;
   for (;;) {
     if (Bounded && n == 0) return 0;
     const uintptr_t pa = reinterpret_cast<uintptr_t>(a);
     const uintptr_t pb = reinterpret_cast<uintptr_t>(b);
     const uintptr_t ra = kPage - (pa & (kPage - 1));
     const uintptr_t rb = kPage - (pb & (kPage - 1));
-    size_t steps = (ra < rb ? ra : rb) / V::kBytes;
+    const uintptr_t r = ra < rb ? ra : rb;
+    size_t steps = r / V::kBytes;
     if (Bounded && steps > n / V::kUnits) steps = n / V::kUnits;
+    const size_t units = r / 2;
+    if (steps == 0 && !(r & 1) && units && static_cast<size_t>(a - start) >= V::kUnits &&
+        (!Bounded || n >= units)) {
+      // Less than a block before the nearer page end: one block that ends
+      // there and starts among units already compared (so inside pages
+      // already read), its first `back` units ignored.
+      const unsigned back = V::kUnits - static_cast<unsigned>(units);
+      typename V::Vec x = V::LoadU(reinterpret_cast<uintptr_t>(a - back));
+      typename V::Vec y = V::LoadU(reinterpret_cast<uintptr_t>(b - back));
+      if (Fold) {
+        x = V::Fold(x);
+        y = V::Fold(y);
+      }
+      const typename V::Mask stop = V::DropBefore(
+          (V::MaskOf(V::Eq(x, y)) ^ V::Full()) | V::MaskOf(V::Eq(x, zero)), back);
+      if (stop) {
+        const unsigned k = V::First(stop) - back;
+        const unsigned short ca = Fold ? FoldUnit(a[k]) : a[k];
+        const unsigned short cb = Fold ? FoldUnit(b[k]) : b[k];
+        return static_cast<int>(ca) - static_cast<int>(cb);
+      }
+      a += units;
+      b += units;
+      if (Bounded) n -= units;
+      continue;
+    }
     if (steps == 0) {
       const unsigned short ca = Fold ? FoldUnit(*a) : *a;
       const unsigned short cb = Fold ? FoldUnit(*b) : *b;

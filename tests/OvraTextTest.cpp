@@ -392,6 +392,39 @@ TEST_P(TextKernelTest, StringsStartingAfterAnInaccessiblePageAreReadSafely) {
   }
 }
 
+TEST_P(TextKernelTest, ComparisonsAgreeWhereEitherStringCrossesAPage) {
+  TGuardedPages pa, pb;
+  ASSERT_TRUE(pa.ok() && pb.ok());
+  const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+  TRandom r(111);
+  const size_t kLength = 160;
+  for (size_t before = 0; before <= 2 * 72; before += 2) {
+    // a crosses from its first page into the second `before` bytes after it
+    // starts; b sits at another offset of its own pages.
+    U16* a = reinterpret_cast<U16*>(pa.Begin() + page - before);
+    U16* b = reinterpret_cast<U16*>(pb.Begin() + page - (before * 7 + 34) % 160);
+    for (size_t i = 0; i < kLength; ++i) a[i] = static_cast<U16>('a' + r.Below(26));
+    a[kLength] = 0;
+    for (int trial = 0; trial < 12; ++trial) {
+      memcpy(b, a, (kLength + 1) * sizeof(U16));
+      // A difference (a case change, another letter or an early end) near
+      // the page boundary of a or b, or nowhere.
+      const size_t near = trial % 2 ? before / 2 : (page - (reinterpret_cast<uintptr_t>(b) & (page - 1))) / 2;
+      const size_t at = (near + r.Below(20) + kLength - 10) % kLength;
+      if (trial % 4 == 1) b[at] = static_cast<U16>(b[at] - 32);
+      if (trial % 4 == 2) b[at] = static_cast<U16>('a' + r.Below(26));
+      if (trial % 4 == 3) b[at] = 0;
+      ASSERT_EQ(K().cmp(a, b), Ref().cmp(a, b)) << "before " << before << " at " << at;
+      ASSERT_EQ(K().cmp(b, a), Ref().cmp(b, a)) << "before " << before << " at " << at;
+      ASSERT_EQ(K().icmp(a, b), Ref().icmp(a, b)) << "before " << before << " at " << at;
+      for (size_t n : {size_t(5), at, at + 1, kLength, size_t(1000)}) {
+        ASSERT_EQ(K().ncmp(a, b, n), Ref().ncmp(a, b, n)) << "before " << before << " n " << n;
+        ASSERT_EQ(K().nicmp(b, a, n), Ref().nicmp(b, a, n)) << "before " << before << " n " << n;
+      }
+    }
+  }
+}
+
 TEST_P(TextKernelTest, ConversionsTouchNothingPastTheirBuffersAtAGuard) {
   TGuardedPages in, out, aux;
   ASSERT_TRUE(in.ok() && out.ok() && aux.ok());
