@@ -9,14 +9,11 @@
 #include <stdint.h>
 #include <string.h>
 
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
-
 #include "OvraCrt.h"
 #include "OvraFormat.h"
 #include "OvraHooks.h"
 #include "OvraMem.h"
+#include "OvraText.h"
 
 // ---------------------------------------------------------------------------
 // Shared constants
@@ -47,76 +44,6 @@ int ClampToInt(int64_t value) {
   if (value > INT32_MAX) return INT32_MAX;
   if (value < INT32_MIN) return INT32_MIN;
   return static_cast<int>(value);
-}
-
-// ---------------------------------------------------------------------------
-// ASCII runs. Text is mostly ASCII; these copy a run of characters below 0x80
-// in wide chunks and return how many they copied (at least one when the first
-// character is ASCII, never more than limit, never past a non-ASCII one).
-// ---------------------------------------------------------------------------
-
-size_t NarrowAsciiRun(const unsigned short* src, size_t limit, char* dst) {
-  size_t i = 0;
-#if defined(__SSE2__)
-  const __m128i high = _mm_set1_epi16(static_cast<short>(0xFF80));
-  const __m128i zero = _mm_setzero_si128();
-  while (i + 16 <= limit) {
-    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i));
-    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i + 8));
-    const __m128i bits = _mm_and_si128(_mm_or_si128(a, b), high);
-    if (_mm_movemask_epi8(_mm_cmpeq_epi16(bits, zero)) != 0xFFFF) break;
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + i), _mm_packus_epi16(a, b));
-    i += 16;
-  }
-#elif defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-  while (i + 4 <= limit) {
-    uint64_t v;
-    memcpy(&v, src + i, 8);
-    if (v & 0xFF80FF80FF80FF80ull) break;
-    // Four 16-bit units below 0x80 -> four bytes in the low half.
-    v = (v | (v >> 8)) & 0x0000FFFF0000FFFFull;
-    v = (v | (v >> 16)) & 0x00000000FFFFFFFFull;
-    const uint32_t bytes = static_cast<uint32_t>(v);
-    memcpy(dst + i, &bytes, 4);
-    i += 4;
-  }
-#endif
-  while (i < limit && src[i] < 0x80) {
-    dst[i] = static_cast<char>(src[i]);
-    ++i;
-  }
-  return i;
-}
-
-size_t WidenAsciiRun(const unsigned char* src, size_t limit, unsigned short* dst) {
-  size_t i = 0;
-#if defined(__SSE2__)
-  const __m128i zero = _mm_setzero_si128();
-  while (i + 16 <= limit) {
-    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i));
-    if (_mm_movemask_epi8(a) != 0) break;
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + i), _mm_unpacklo_epi8(a, zero));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + i + 8), _mm_unpackhi_epi8(a, zero));
-    i += 16;
-  }
-#elif defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-  while (i + 4 <= limit) {
-    uint32_t v;
-    memcpy(&v, src + i, 4);
-    if (v & 0x80808080u) break;
-    // Four bytes below 0x80 -> four 16-bit units.
-    uint64_t w = v;
-    w = (w | (w << 16)) & 0x0000FFFF0000FFFFull;
-    w = (w | (w << 8)) & 0x00FF00FF00FF00FFull;
-    memcpy(dst + i, &w, 8);
-    i += 4;
-  }
-#endif
-  while (i < limit && src[i] < 0x80) {
-    dst[i] = src[i];
-    ++i;
-  }
-  return i;
 }
 
 // True when p points into the block of buffer (its text or its terminator), so
@@ -182,15 +109,20 @@ unsigned int OvraStringByteLen(const unsigned short* buffer) { return OvraString
 // UTF-8
 // ---------------------------------------------------------------------------
 
+// The loops live in the text kernels (Src/OvraText.h), which convert runs of
+// ASCII and blocks of two- and three-byte sequences with vector instructions
+// where the processor has them, with the same output and counts as the
+// scalar loop for every input.
+
 int OvraStringUtf8ByteLen(const unsigned short* s) {
   if (!s) return 0;
-  uint64_t bytes = 0;
-  for (; *s; ++s) bytes += 1u + (*s >= 0x80) + (*s >= 0x800);
+  const uint64_t bytes = TextKernels().utf8Len(s);
   return bytes > INT32_MAX ? INT32_MAX : static_cast<int>(bytes);
 }
 
 int OvraStringToUtf8(const unsigned short* source, int count, char* dest, int size) {
   if (count < 1 || size < 1 || !source || !dest) return 0;
+<<<<<<< HEAD
   const size_t n = static_cast<size_t>(count);
   const size_t room = static_cast<size_t>(size);
   // A sequence that starts just below size may end 2 bytes beyond it, so
@@ -243,41 +175,17 @@ int OvraStringToUtf8(const unsigned short* source, int count, char* dest, int si
     ++i;
   }
   return static_cast<int>(w);
+=======
+  return static_cast<int>(TextKernels().toUtf8(source, static_cast<size_t>(count), dest,
+                                               static_cast<size_t>(size)));
+>>>>>>> simd
 }
 
 int OvraUtf8ToString(const char* source, int count, unsigned short* dest, int size) {
   if (count < 1 || size < 1 || !source || !dest) return 0;
-  const unsigned char* src = reinterpret_cast<const unsigned char*>(source);
-  const size_t n = static_cast<size_t>(count);
-  const size_t room = static_cast<size_t>(size);
-  size_t i = 0;
-  size_t w = 0;
-  while (i < n && w < room) {
-    const unsigned b = src[i];
-    if (b < 0x80) {
-      const size_t limit = (n - i < room - w) ? n - i : room - w;
-      const size_t run = WidenAsciiRun(src + i, limit, dest + w);
-      i += run;
-      w += run;
-      continue;
-    }
-    // Nothing is validated: any byte with the top bit set is a lead, any next
-    // byte a continuation. An incomplete sequence at the end is dropped.
-    if (i + 1 >= n) break;
-    const unsigned second = src[i + 1];
-    if (b & 0x20) {
-      if (i + 2 >= n) break;
-      const unsigned third = src[i + 2];
-      dest[w] = static_cast<unsigned short>(((b & 0x1F) << 12) | ((second & 0x3F) << 6) |
-                                            (third & 0x3F));
-      i += 3;
-    } else {
-      dest[w] = static_cast<unsigned short>(((b & 0x1F) << 6) | (second & 0x3F));
-      i += 2;
-    }
-    ++w;
-  }
-  return static_cast<int>(w);
+  return static_cast<int>(TextKernels().fromUtf8(reinterpret_cast<const unsigned char*>(source),
+                                                 static_cast<size_t>(count), dest,
+                                                 static_cast<size_t>(size)));
 }
 
 // ---------------------------------------------------------------------------

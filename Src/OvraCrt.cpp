@@ -10,6 +10,7 @@
 #include <time.h>
 
 #include "OvraFormat.h"
+#include "OvraText.h"
 
 // One entry per code unit 0..127. Each is written out so that the table reads
 // as the ASCII chart it encodes.
@@ -144,23 +145,25 @@ int ovra_isualnum(unsigned short ch) { return ClassOf(ch, kUctypeAlnum); }
 
 int ovra_isudigit(unsigned short ch) { return ClassOf(ch, kUctypeDigit); }
 
-size_t ucslen(const unsigned short* s) {
-  const unsigned short* p = s;
-  while (*p) ++p;
-  return static_cast<size_t>(p - s);
-}
+// The routines whose cost grows with the text run through the text kernels
+// (Src/OvraText.h): vector loops where the processor has them, identical in
+// result to the scalar reference.
 
+size_t ucslen(const unsigned short* s) { return TextKernels().len(s); }
+
+// The copies find the terminator first, then move the units in one block.
+// memmove keeps the result of the unit-by-unit forward copy when dst lies
+// before src in the same string.
 unsigned short* ucscpy(unsigned short* dst, const unsigned short* src) {
-  unsigned short* d = dst;
-  while ((*d++ = *src++) != 0) {
-  }
+  const size_t n = TextKernels().len(src) + 1;
+  memmove(dst, src, n * sizeof(unsigned short));
   return dst;
 }
 
 unsigned short* ucsncpy(unsigned short* dst, const unsigned short* src, size_t n) {
-  size_t i = 0;
-  for (; i < n && src[i]; ++i) dst[i] = src[i];
-  for (; i < n; ++i) dst[i] = 0;
+  const size_t len = TextKernels().nlen(src, n);
+  memmove(dst, src, len * sizeof(unsigned short));
+  if (n > len) memset(dst + len, 0, (n - len) * sizeof(unsigned short));
   return dst;
 }
 
@@ -170,53 +173,24 @@ unsigned short* ucscat(unsigned short* dst, const unsigned short* src) {
   return end;
 }
 
-int ucscmp(const unsigned short* a, const unsigned short* b) {
-  while (*a && *a == *b) {
-    ++a;
-    ++b;
-  }
-  return static_cast<int>(*a) - static_cast<int>(*b);
-}
+int ucscmp(const unsigned short* a, const unsigned short* b) { return TextKernels().cmp(a, b); }
 
 int ucsncmp(const unsigned short* a, const unsigned short* b, size_t n) {
-  for (; n; --n, ++a, ++b) {
-    if (*a != *b) return static_cast<int>(*a) - static_cast<int>(*b);
-    if (!*a) break;
-  }
-  return 0;
+  return TextKernels().ncmp(a, b, n);
 }
 
-int ucsicmp(const unsigned short* a, const unsigned short* b) {
-  for (;; ++a, ++b) {
-    const unsigned short ca = Upper(*a);
-    const unsigned short cb = Upper(*b);
-    if (ca != cb || !ca) return static_cast<int>(ca) - static_cast<int>(cb);
-  }
-}
+int ucsicmp(const unsigned short* a, const unsigned short* b) { return TextKernels().icmp(a, b); }
 
 int ucsnicmp(const unsigned short* a, const unsigned short* b, size_t n) {
-  for (; n; --n, ++a, ++b) {
-    const unsigned short ca = Upper(*a);
-    const unsigned short cb = Upper(*b);
-    if (ca != cb) return static_cast<int>(ca) - static_cast<int>(cb);
-    if (!ca) break;
-  }
-  return 0;
+  return TextKernels().nicmp(a, b, n);
 }
 
 unsigned short* ucschr(const unsigned short* s, unsigned short ch) {
-  for (;; ++s) {
-    if (*s == ch) return const_cast<unsigned short*>(s);
-    if (!*s) return nullptr;
-  }
+  return TextKernels().chr(s, ch);
 }
 
 unsigned short* ucsrchr(const unsigned short* s, unsigned short ch) {
-  const unsigned short* found = nullptr;
-  for (;; ++s) {
-    if (*s == ch) found = s;
-    if (!*s) return const_cast<unsigned short*>(found);
-  }
+  return TextKernels().rchr(s, ch);
 }
 
 unsigned short* ucspbrk(const unsigned short* s, const unsigned short* set) {
@@ -228,21 +202,7 @@ unsigned short* ucspbrk(const unsigned short* s, const unsigned short* set) {
 }
 
 unsigned short* ucsstr(const unsigned short* s, const unsigned short* sub) {
-  if (!*s) return nullptr;
-  if (!*sub) return const_cast<unsigned short*>(s);
-  const unsigned short first = *sub;
-  for (; *s; ++s) {
-    if (*s != first) continue;
-    const unsigned short* a = s + 1;
-    const unsigned short* b = sub + 1;
-    while (*b && *a == *b) {
-      ++a;
-      ++b;
-    }
-    if (!*b) return const_cast<unsigned short*>(s);
-    if (!*a) break;  // s ran out first: no later start can match either
-  }
-  return nullptr;
+  return TextKernels().str(s, sub);
 }
 
 long ucstol(const unsigned short* s, unsigned short** endptr, int base) {

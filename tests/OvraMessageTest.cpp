@@ -240,26 +240,61 @@ TEST(MessageLifecycleTest, StartUpFailsWhenTheQueueCannotBeMade) {
 }
 
 TEST(MessageLifecycleTest, PostReportsAllocationFailureAndLeavesTheQueueUnchanged) {
-  ScopedCountingLibrary lib;
-  ASSERT_TRUE(lib.started());
+  Stats().Reset();
+  SAllocator a = CountingAllocator();
+  ASSERT_TRUE(OvraInitialize(&a));
   const unsigned int id = OvraRequestMessageId();
-  ASSERT_TRUE(OvraPostMessage(id, P(1), nullptr));
-  for (long n = 1; n <= 3; ++n) {
-    FailNthAllocation(n);
-    (void)OvraPostMessage(id, P(2), nullptr);
-    StopFailing();
-  }
-  // Whatever failed, the queue holds the first message, then only whole ones.
+  const long live = Stats().live.load();
+  // The queue holds records of its own, so the first posts allocate nothing;
+  // the first post that needs more memory fails while allocations fail, and
+  // queues nothing.
+  FailNthAllocation(1);
+  intptr_t accepted = 0;
+  while (accepted < 100000 && OvraPostMessage(id, P(accepted + 1), nullptr)) ++accepted;
+  StopFailing();
+  ASSERT_LT(accepted, 100000) << "no post ever allocated";
+  EXPECT_GT(accepted, 0);
+  EXPECT_EQ(Stats().live.load(), live);
+  // With memory back, posting goes on.
+  ASSERT_TRUE(OvraPostMessage(id, P(accepted + 1), nullptr));
+  EXPECT_GT(Stats().live.load(), live);
+  // Exactly the accepted messages come out, in order.
   unsigned int got = 0;
   void* p1 = nullptr;
   void* p2 = nullptr;
-  ASSERT_TRUE(OvraGetMessage(&got, &p1, &p2));
-  EXPECT_EQ(p1, P(1));
-  while (OvraGetMessage(&got, &p1, &p2)) EXPECT_EQ(p1, P(2));
-  FailNthAllocation(1);
-  EXPECT_FALSE(OvraPostMessage(id, P(3), nullptr));  // the record itself
-  StopFailing();
+  for (intptr_t i = 1; i <= accepted + 1; ++i) {
+    ASSERT_TRUE(OvraGetMessage(&got, &p1, &p2));
+    EXPECT_EQ(p1, P(i));
+  }
   EXPECT_FALSE(OvraGetMessage(&got, &p1, &p2));
+  // The queue may keep records for the next burst; shutting down frees them.
+  OvraUninitialize();
+  EXPECT_EQ(Stats().live.load(), 0);
+}
+
+TEST(MessageLifecycleTest, ABurstIsGivenBackByShutDownAndMostOfItWhenDrained) {
+  Stats().Reset();
+  SAllocator a = CountingAllocator();
+  ASSERT_TRUE(OvraInitialize(&a));
+  const unsigned int id = OvraRequestMessageId();
+  const long live = Stats().live.load();
+  constexpr intptr_t kBurst = 100000;
+  for (intptr_t i = 1; i <= kBurst; ++i) ASSERT_TRUE(OvraPostMessage(id, P(i), nullptr));
+  const long during = Stats().live.load() - live;
+  // Records are allocated in chunks, not one by one.
+  EXPECT_GT(during, 0);
+  EXPECT_LT(during, kBurst / 16);
+  unsigned int got = 0;
+  void* p1 = nullptr;
+  void* p2 = nullptr;
+  for (intptr_t i = 1; i <= kBurst; ++i) {
+    ASSERT_TRUE(OvraGetMessage(&got, &p1, &p2));
+    ASSERT_EQ(p1, P(i));
+  }
+  // Drained, the queue keeps a bounded reserve only.
+  EXPECT_LT(Stats().live.load() - live, during / 4);
+  OvraUninitialize();
+  EXPECT_EQ(Stats().live.load(), 0);
 }
 
 // --- Allocation failures ---------------------------------------------------
@@ -289,16 +324,23 @@ TEST_F(AllocSweepMessage, CallbackRegistrationFailsWithoutAnEntryWhenMemoryRunsO
 }
 
 TEST_F(AllocSweepMessage, PostingFailsWithoutQueueingWhenMemoryRunsOut) {
-  SweepBothModes("OvraPostMessage x20 + OvraPostQuitMessage", [](SweepRun& run) {
+  // The queue holds some records of its own and allocates more in chunks:
+  // 300 posts outgrow the first and need several. A drained queue may keep
+  // chunks for the next burst until shut down, so every run starts and ends
+  // with a fresh queue (a full restart with the counting allocator).
+  SweepBothModes("OvraPostMessage x300 + OvraPostQuitMessage", [](SweepRun& run) {
+    SAllocator counting = ovra_test::CountingAllocator();
+    OvraUninitialize();
+    ASSERT_TRUE(OvraInitialize(&counting));
     const unsigned int id = OvraRequestMessageId();
     std::vector<intptr_t> posted;
     run.Arm();
-    for (intptr_t i = 1; i <= 20; ++i) {
+    for (intptr_t i = 1; i <= 300; ++i) {
       if (OvraPostMessage(id, P(i), P(-i))) posted.push_back(i);
     }
     const bool quitPosted = OvraPostQuitMessage(P(77));
     const bool failed = run.Disarm();
-    EXPECT_EQ(posted.size() < 20 || !quitPosted, failed) << "n=" << run.n();
+    EXPECT_EQ(posted.size() < 300 || !quitPosted, failed) << "n=" << run.n();
     // Exactly the accepted messages come out, whole and in order.
     unsigned int got = 0;
     void* p1 = nullptr;
@@ -315,6 +357,8 @@ TEST_F(AllocSweepMessage, PostingFailsWithoutQueueingWhenMemoryRunsOut) {
       EXPECT_EQ(p1, P(77));
     }
     EXPECT_FALSE(OvraGetMessage(&got, &p1, &p2));
+    OvraUninitialize();
+    ASSERT_TRUE(OvraInitialize(&counting));
   });
 }
 

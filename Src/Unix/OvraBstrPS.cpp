@@ -4,6 +4,7 @@
 
 #include "OvraBstr.h"
 #include "OvraCrt.h"
+#include "OvraText.h"
 
 namespace {
 // Resolves a count of -1 to the length of a zero-terminated text plus its
@@ -18,10 +19,7 @@ int OvraUnicodeToMultibyte(const unsigned short* source, int count, char* dest, 
   if (count == -1) count = CountWithTerminator(ucslen(source));
   if (count < 1 || size < 1) return 0;
   const int n = count < size ? count : size;
-  for (int i = 0; i < n; ++i) {
-    const unsigned short c = source[i];
-    dest[i] = c < 0x100 ? static_cast<char>(c) : '?';
-  }
+  TextKernels().toLatin1(source, static_cast<size_t>(n), dest);
   return n;
 }
 
@@ -30,7 +28,7 @@ int OvraMultibyteToUnicode(const char* source, int count, unsigned short* dest, 
   if (count == -1) count = CountWithTerminator(strlen(source));
   if (count < 1 || size < 1) return 0;
   const int n = count < size ? count : size;
-  const unsigned char* bytes = reinterpret_cast<const unsigned char*>(source);
-  for (int i = 0; i < n; ++i) dest[i] = bytes[i];
+  TextKernels().fromLatin1(reinterpret_cast<const unsigned char*>(source), static_cast<size_t>(n),
+                           dest);
   return n;
 }

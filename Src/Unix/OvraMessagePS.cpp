@@ -1,26 +1,90 @@
-// OvraMessagePS.cpp - the process message queue: a locked list of heap
-// message records with a condition variable for the blocking getter.
+// OvraMessagePS.cpp - the process message queue: a locked first-in,
+// first-out chain of message records with a condition variable for the
+// blocking getter.
+//
+// Records are linked through themselves (no separate list nodes). The queue
+// holds kChunkRecords records of its own, and takes more from the installed
+// allocator kChunkRecords at a time when a burst outgrows them; a getter
+// copies its message out and hands the record back to the queue's spare
+// chain, where the next post finds it. A steady stream of messages therefore
+// costs one lock round per post and per get and no allocation at all, and a
+// burst one allocation per kChunkRecords messages. Whenever the queue drains,
+// the chunks beyond kKeptChunks go back to the allocator, so a queue keeps at
+// most kKeptChunks * kChunkRecords records beyond its own after a burst (about
+// 48 KiB with 64-bit pointers), and destroying the queue frees every one.
 #include "OvraMessagePS.h"
 
 #include <stdint.h>
 
 #include <new>
 
-#include "OvraCollect.h"
 #include "OvraSync.h"
 
 namespace {
 
+// A queued (or spare) message: the message itself and the next record.
+struct SMessageRecord {
+  SMessage message;
+  SMessageRecord* next;
+};
+
+constexpr unsigned kChunkRecords = 63;
+// Allocated chunks a drained queue keeps for the next burst.
+constexpr unsigned kKeptChunks = 64;
+
+struct SRecordChunk {
+  SRecordChunk* next;
+  SMessageRecord records[kChunkRecords];
+};
+
 struct TMessageQueue {
-  TMessageQueue() : messages(10), availableCallback(nullptr), availableData(nullptr) {
+  TMessageQueue()
+      : head(nullptr), tail(nullptr), spare(nullptr), chunks(nullptr), chunkCount(0),
+        availableCallback(nullptr), availableData(nullptr) {
+    AddSpare(own);
     signal.Init();
   }
   ~TMessageQueue() {
-    while (!messages.IsEmpty()) delete static_cast<SMessage*>(messages.RemoveHead());
+    FreeChunks(chunks);
     signal.Term();
   }
-  TPtrList messages;  // oldest at the head
-  TCondVar signal;    // its lock guards the list
+  static void FreeChunks(SRecordChunk* chunk) {
+    while (chunk) {
+      SRecordChunk* next = chunk->next;
+      delete chunk;
+      chunk = next;
+    }
+  }
+  // Puts kChunkRecords records on the spare chain.
+  void AddSpare(SMessageRecord* records) {
+    for (unsigned i = 0; i < kChunkRecords; ++i) {
+      records[i].next = spare;
+      spare = &records[i];
+    }
+  }
+  // With the queue empty every record is spare: keeps the queue's own
+  // records and the first kKeptChunks chunks, rebuilds the spare chain from
+  // them and returns the other chunks, to be freed once the lock is released.
+  SRecordChunk* TrimWhenEmpty() {
+    if (chunkCount <= kKeptChunks) return nullptr;
+    SRecordChunk* surplus = chunks;
+    SRecordChunk** link = &chunks;
+    for (unsigned i = 0; i < kKeptChunks; ++i) link = &(*link)->next;
+    surplus = *link;
+    *link = nullptr;
+    chunkCount = kKeptChunks;
+    spare = nullptr;
+    AddSpare(own);
+    for (SRecordChunk* chunk = chunks; chunk; chunk = chunk->next) AddSpare(chunk->records);
+    return surplus;
+  }
+  SMessageRecord* head;   // oldest message, null when empty
+  SMessageRecord* tail;   // newest message
+  SMessageRecord* spare;  // records free for the next posts
+  SRecordChunk* chunks;   // allocated chunks, newest first
+  unsigned chunkCount;
+  SMessageRecord own[kChunkRecords];
+  TCondVar signal;  // its lock guards the chains
   OvraMessageAvailableCallback availableCallback;
   void* availableData;
 };
@@ -36,15 +100,31 @@ void InternalDestroyMessageQueue(void* queue) { delete static_cast<TMessageQueue
 
 bool InternalPostMessage(void* handle, unsigned int id, void* param1, void* param2) {
   TMessageQueue* queue = static_cast<TMessageQueue*>(handle);
-  SMessage* message = new (std::nothrow) SMessage{id, param1, param2};
-  if (!message) return false;
   queue->signal.Lock();
-  const bool wasEmpty = queue->messages.IsEmpty();
-  if (!queue->messages.AddTail(message)) {  // the list's node pool ran out
+  if (!queue->spare) {
+    // No free record: allocate a chunk without holding the lock. A failure
+    // leaves the queue unchanged.
     queue->signal.Unlock();
-    delete message;
-    return false;
+    SRecordChunk* chunk = new (std::nothrow) SRecordChunk;
+    if (!chunk) return false;
+    queue->signal.Lock();
+    chunk->next = queue->chunks;
+    queue->chunks = chunk;
+    ++queue->chunkCount;
+    queue->AddSpare(chunk->records);
   }
+  SMessageRecord* record = queue->spare;
+  queue->spare = record->next;
+  record->message.id = id;
+  record->message.param1 = param1;
+  record->message.param2 = param2;
+  record->next = nullptr;
+  const bool wasEmpty = queue->head == nullptr;
+  if (wasEmpty)
+    queue->head = record;
+  else
+    queue->tail->next = record;
+  queue->tail = record;
   // Wake-up only on the empty-to-non-empty transition: a getter that is
   // already draining finds later messages without a signal.
   if (wasEmpty) {
@@ -60,17 +140,28 @@ bool InternalPostMessage(void* handle, unsigned int id, void* param1, void* para
 
 bool InternalGetMessage(void* handle, unsigned int& id, void*& param1, void*& param2, bool wait) {
   TMessageQueue* queue = static_cast<TMessageQueue*>(handle);
-  SMessage* message = nullptr;
   queue->signal.Lock();
-  // One wait, no loop: whatever woke us, the list is tested once more.
-  if (queue->messages.IsEmpty() && wait) queue->signal.Wait(-1);
-  if (!queue->messages.IsEmpty()) message = static_cast<SMessage*>(queue->messages.RemoveHead());
+  // One wait, no loop: whatever woke us, the chain is tested once more.
+  if (!queue->head && wait) queue->signal.Wait(-1);
+  SMessageRecord* record = queue->head;
+  if (!record) {
+    queue->signal.Unlock();
+    return false;
+  }
+  queue->head = record->next;
+  const SMessage message = record->message;
+  record->next = queue->spare;
+  queue->spare = record;
+  SRecordChunk* surplus = nullptr;
+  if (!queue->head) {
+    queue->tail = nullptr;
+    surplus = queue->TrimWhenEmpty();
+  }
   queue->signal.Unlock();
-  if (!message) return false;
-  id = message->id;
-  param1 = message->param1;
-  param2 = message->param2;
-  delete message;
+  TMessageQueue::FreeChunks(surplus);
+  id = message.id;
+  param1 = message.param1;
+  param2 = message.param2;
   return true;
 }
 

@@ -7,9 +7,11 @@
 
 // A new empty queue, or kInvalidHandleValue when memory runs out.
 void* InternalCreateMessageQueue();
-// Frees every message still queued (undelivered) and the queue; null is ignored.
+// Frees every message still queued (undelivered), the records kept for reuse
+// and the queue; null is ignored.
 void InternalDestroyMessageQueue(void* queue);
-// Appends a message; false only if its record cannot be allocated.
+// Appends a message in a record kept from an earlier get, or a new one; false
+// only if a new record is needed and cannot be allocated.
 bool InternalPostMessage(void* queue, unsigned int id, void* param1, void* param2);
 // Takes the oldest message, waiting once for a post when empty and `wait` is set.
 bool InternalGetMessage(void* queue, unsigned int& id, void*& param1, void*& param2, bool wait);

@@ -147,7 +147,7 @@ const int kRegistered = [] {
   benchmark::RegisterBenchmark("Format/ref", FormatRef);
   benchmark::RegisterBenchmark("FormatIntegers/ovra", FormatIntegersOvra);
   benchmark::RegisterBenchmark("FormatIntegers/ref", FormatIntegersRef);
-  for (int64_t length : {16, 4096}) {
+  for (int64_t length : {16, 4096, 65536}) {
     const std::string suffix = "/" + std::to_string(length);
     benchmark::RegisterBenchmark(("Len" + suffix + "/ovra").c_str(), LenOvra, length);
     benchmark::RegisterBenchmark(("Len" + suffix + "/ref").c_str(), LenRef, length);
