@@ -17,11 +17,14 @@ it was:
 - a block directly above a declaration or a #define becomes `///` lines;
 - each further declaration of the same run gets the block again, as a
   leading `/** ... */` on its first line;
-- a deleted copy constructor or assignment gets a note that the objects are
-  not copied, since the headers do not repeat that at every class;
+- a deleted copy constructor or assignment without a comment of its own gets
+  a note that the objects are not copied, since the headers do not repeat
+  that at every class;
 - a trailing `// ...` after a declaration's `;` (or an enumerator's `,`)
   becomes `///< ...`;
-- a section becomes a member group (`@name` title, its text, `@{` ... `@}`);
+- a section becomes a member group (`@name` title, its text, `@{` ... `@}`),
+  except a file-scope section that declares only classes: its text becomes a
+  titled paragraph (`@par`) of the file's description;
 - a standing block at file scope joins the file's description, one in a
   class joins the class's.
 
@@ -94,26 +97,35 @@ def as_doc(line):
 
 
 def section_title(block):
-    """(title, index of the title line) when the block opens a section."""
+    """(title, text lines after it) when the block opens a section, else
+    (None, None). A title that runs on into a paragraph ends at its first
+    sentence; the rest of the paragraph follows it as text."""
     texts = [text_of(b) for b in block]
     m = INLINE_TITLE_RE.match(texts[0])
     if m and not RULER_RE.match(texts[0]):
-        return m.group(1).strip(' -'), 0
-    if any(RULER_RE.match(t) for t in texts):
-        for k, t in enumerate(texts):
-            if t and not RULER_RE.match(t):
-                return t, k
-    return None, None
+        return m.group(1).strip(' -'), [t for t in texts[1:] if not RULER_RE.match(t)]
+    if not any(RULER_RE.match(t) for t in texts):
+        return None, None
+    rest = [t for t in texts if not RULER_RE.match(t)]
+    while rest and not rest[0]:
+        rest.pop(0)
+    if not rest:
+        return None, None
+    title, body = rest[0], rest[1:]
+    if body and body[0] and '. ' in title:
+        title, first = title.split('. ', 1)
+        body = [first] + body
+    while body and not body[0]:
+        body.pop(0)      # the text follows its title directly
+    return title, body
 
 
-def section(block, title, at, close_first):
+def section(block, title, body, close_first):
     """The lines of a member group's opening, as many as the block has."""
     indent = block[0][:block[0].index('//')]
-    body = [escape(text_of(b)) for k, b in enumerate(block)
-            if k != at and not RULER_RE.match(text_of(b))]
     lines = [indent + (CLOSE_GROUP if close_first else '') + '/** @name ' + escape(title)]
     for k in range(1, len(block)):
-        lines.append(indent + ' * ' + body[k - 1] if k - 1 < len(body) else indent + ' *')
+        lines.append(indent + ' * ' + escape(body[k - 1]) if k - 1 < len(body) else indent + ' *')
     lines[-1] += ' */ /** @{ */'
     return lines
 
@@ -143,6 +155,24 @@ def trailing_comment_ends(lines, i):
     return False
 
 
+def section_has_members(lines, j):
+    """True when the file-scope section whose title block ends before line j
+    declares anything besides classes before the next section begins."""
+    depth = 0
+    for line in lines[j:]:
+        stripped = line.strip()
+        if depth == 0 and stripped.startswith('//') and (
+                RULER_RE.match(text_of(line)) or INLINE_TITLE_RE.match(text_of(line))):
+            return False
+        code, _ = split_comment(line)
+        if depth == 0 and code.strip() and not stripped.startswith('#') and not stripped.startswith('//'):
+            if not SCOPE_RE.match(code) and not code.strip().startswith('}'):
+                return True
+        for c in blank_literals(code):
+            depth += 1 if c == '{' else -1 if c == '}' else 0
+    return False
+
+
 def filter_header(lines, path):
     out = []
     stack = []          # kinds of the open braces
@@ -164,7 +194,7 @@ def filter_header(lines, path):
                 j += 1
             block = lines[i:j]
             following = lines[j].strip() if j < len(lines) else ''
-            title, at = section_title(block)
+            title, body = section_title(block)
             indent = block[0][:block[0].index('//')]
             if not described:
                 # "// Name.h - what it holds" names the file on its first line.
@@ -174,9 +204,24 @@ def filter_header(lines, path):
                 out.append(indent + '/// @file ' + name + (' ' + escape(rest) if rest else ''))
                 out.extend(as_doc(b) for b in block[1:])
                 run_doc = None
-            elif title is not None:
-                out.extend(section(block, title, at, grouped[-1]))
+            elif title is not None and (stack or section_has_members(lines, j)):
+                out.extend(section(block, title, body, grouped[-1]))
                 grouped[-1] = True
+                run_doc = None
+            elif title is not None:
+                # A section of classes only: a member group would stay empty
+                # and lose its text, so the text joins the file's description.
+                close = CLOSE_GROUP if grouped[-1] else ''
+                grouped[-1] = False
+                texts = [escape(t) for t in body]
+                if texts:
+                    out.append(indent + close + '/** @par ' + escape(title))
+                    out.extend(indent + ' * ' + t for t in texts)
+                    out.extend([indent + ' *'] * (len(block) - 1 - len(texts)))
+                    out[-1] += ' @file ' + file_name + ' */'
+                else:
+                    out.append(close + block[0])
+                    out.extend(block[1:])
                 run_doc = None
             elif (following and not following.startswith('//') and not ACCESS_RE.match(following)
                   and (not following.startswith('#') or DEFINE_RE.match(following))):
@@ -212,7 +257,7 @@ def filter_header(lines, path):
                 line = code + '///<' + escape(comment)
             if not statement.strip() and code.strip() and not code.strip().startswith('}'):
                 # The first line of a declaration (or of an enumerator).
-                if DELETED_RE.search(code):
+                if DELETED_RE.search(code) and run_doc is None:
                     line = '/** Deleted: objects of this class are not copied. */ ' + line
                 elif run_doc is not None and run_count > 0:
                     details = '@details ' if trailing_comment_ends(lines, i) else ''
