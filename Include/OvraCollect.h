@@ -30,10 +30,10 @@ typedef __POSITION* POSITION;
 // A 16-byte identifier: a 32-bit leading field followed by 12 more bytes.
 // TPtrFromGuidMap compares all 16 bytes and hashes the leading field only.
 struct _GUID {
-  uint32_t Data1;
-  unsigned short Data2;
-  unsigned short Data3;
-  unsigned char Data4[8];
+  uint32_t Data1;          // the leading field, the one hashed
+  unsigned short Data2;    // the next two bytes
+  unsigned short Data3;    // the two bytes after them
+  unsigned char Data4[8];  // the last eight bytes
 };
 
 // ---------------------------------------------------------------------------
@@ -125,7 +125,7 @@ class OVRA_API TPtrArray {
 // The header of one pool block. The block's element slots follow the header
 // in the same allocation; blocks are chained newest first.
 struct OVRA_API SPlex {
-  SPlex* pNext;
+  SPlex* pNext;  // the next (older) block of the chain; null after the last
 
   // Allocates one block of max elements of elementSize bytes each (array
   // operator new), links it at the front of head's chain and returns it.
@@ -150,9 +150,9 @@ class OVRA_API TPtrList {
  public:
   // One list node, handed out by the pool.
   struct SNode {
-    SNode* pNext;
-    SNode* pPrev;
-    void* data;
+    SNode* pNext;  // the next node of the list, or of the pool's free nodes
+    SNode* pPrev;  // the previous node of the list
+    void* data;    // the element
   };
 
   // An empty list whose pool grows by blockSize nodes at a time (values below
@@ -337,9 +337,9 @@ class OVRA_API TPtrFromPtrMap {
  public:
   // One association, handed out by the pool.
   struct SAssoc {
-    SAssoc* pNext;
-    void* key;
-    void* value;
+    SAssoc* pNext;  // the next association of the bucket, or of the free list
+    void* key;      // the key
+    void* value;    // the value stored under it
   };
 
   // An empty map with table size 17; allocates nothing.
@@ -409,9 +409,9 @@ class OVRA_API TPtrFromGuidMap {
  public:
   // One association, handed out by the pool.
   struct SAssoc {
-    SAssoc* pNext;
-    _GUID key;
-    void* value;
+    SAssoc* pNext;  // the next association of the bucket, or of the free list
+    _GUID key;      // a copy of the key
+    void* value;    // the value stored under it
   };
 
   // An empty map with table size 17; allocates nothing.
@@ -476,10 +476,10 @@ class OVRA_API TPtrFromBstrMap {
   // One association, handed out by the pool; key is constructed only while
   // the association is in use.
   struct SAssoc {
-    SAssoc* pNext;
+    SAssoc* pNext;  // the next association of the bucket, or of the free list
     unsigned int nHashValue;  // the bucket index at insertion
-    TBstr key;
-    void* value;
+    TBstr key;                // the map's own copy of the key
+    void* value;              // the value stored under it
   };
 
   // An empty map with table size 17; allocates nothing.

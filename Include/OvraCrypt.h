@@ -149,8 +149,10 @@ class OVRA_API TCipher {
   static void operator delete(void*, void*) noexcept {}
 
  protected:
+  // Fixes the direction; only derived ciphers are constructed.
   explicit TCipher(ECipherOp op) : m_op(op) {}
 
+  // The direction given at construction.
   ECipherOp m_op;
 };
 
@@ -198,6 +200,7 @@ class OVRA_API TBlockCipher : public TCipher {
   // Mode eCbc, both vectors zero (set them with SetIv).
   explicit TBlockCipher(ECipherOp op);
 
+  // The chaining mode: eCbc after construction, then what SetMode set.
   ECipherMode m_mode;
   unsigned char m_iv[8];     // the initial vector; the first GetBlockSize() bytes are used
   unsigned char m_chain[8];  // the running CBC feedback value
@@ -218,6 +221,7 @@ class OVRA_API TStreamCipher : public TCipher {
   virtual void Reset() = 0;
 
  protected:
+  // Fixes the direction; the derived cipher sets up the key.
   explicit TStreamCipher(ECipherOp op) : TCipher(op) {}
 };
 
@@ -229,6 +233,7 @@ class OVRA_API TRsaCipher : public TCipher {
   ECipherType GetType() override;
 
  protected:
+  // Fixes the direction; the derived cipher holds the key.
   explicit TRsaCipher(ECipherOp op) : TCipher(op) {}
 };
 

@@ -9,11 +9,11 @@
 // from several threads at once. A record with any of the three null is ignored
 // as a whole. The two reserved fields are neither copied nor read.
 struct SAllocator {
-  void* (*pfnAlloc)(size_t size);
-  void* (*pfnRealloc)(void* pointer, size_t size);
-  void (*pfnFree)(void* pointer);
-  void* pfnReserved1;
-  void* pfnReserved2;
+  void* (*pfnAlloc)(size_t size);                   // as malloc
+  void* (*pfnRealloc)(void* pointer, size_t size);  // as realloc
+  void (*pfnFree)(void* pointer);                   // as free
+  void* pfnReserved1;                               // reserved, not read
+  void* pfnReserved2;                               // reserved, not read
 };
 
 // Allocates through the installed hook; returns whatever it returns (null on failure).

@@ -11,9 +11,9 @@ constexpr unsigned int kQuitMessageId = 0xFFFFFFFFu;
 
 // One message: an identifier and two pointer-sized parameters.
 struct SMessage {
-  unsigned int id;
-  void* param1;
-  void* param2;
+  unsigned int id;  // the message identifier
+  void* param1;     // the first parameter, as posted
+  void* param2;     // the second parameter, as posted
 };
 
 // Receives a message on the thread that gives or dispatches it.

@@ -29,6 +29,7 @@ class OVRA_API TCritSec {
   void Unlock();
 
  protected:
+  // The mutex; TCondVar waits on it.
   pthread_mutex_t m_mutex;
 };
 
