@@ -122,41 +122,19 @@ int OvraStringUtf8ByteLen(const unsigned short* s) {
 
 int OvraStringToUtf8(const unsigned short* source, int count, char* dest, int size) {
   if (count < 1 || size < 1 || !source || !dest) return 0;
-<<<<<<< HEAD
   const size_t n = static_cast<size_t>(count);
   const size_t room = static_cast<size_t>(size);
   // A sequence that starts just below size may end 2 bytes beyond it, so
   // with a size near INT_MAX the count could pass what the int result holds.
-  // The main loop therefore stops 2 bytes short of INT_MAX; the few
-  // characters that may follow are written only while their whole sequence
+  // Below that, the kernels cannot reach INT_MAX; for the last two sizes the
+  // characters are written one by one, each only while its whole sequence
   // keeps the count within INT_MAX.
   const size_t kResultMax = static_cast<size_t>(INT_MAX);
-  const size_t safeRoom = room < kResultMax - 2 ? room : kResultMax - 2;
+  if (room <= kResultMax - 2) {
+    return static_cast<int>(TextKernels().toUtf8(source, n, dest, room));
+  }
   size_t i = 0;
   size_t w = 0;
-  // The room test comes once per character, not per byte: a sequence that
-  // starts below size is written whole.
-  while (i < n && w < safeRoom) {
-    const unsigned c = source[i];
-    if (c < 0x80) {
-      const size_t limit = (n - i < room - w) ? n - i : room - w;
-      const size_t run = NarrowAsciiRun(source + i, limit, dest + w);
-      i += run;
-      w += run;
-      continue;
-    }
-    if (c < 0x800) {
-      dest[w] = static_cast<char>(0xC0 | (c >> 6));
-      dest[w + 1] = static_cast<char>(0x80 | (c & 0x3F));
-      w += 2;
-    } else {
-      dest[w] = static_cast<char>(0xE0 | (c >> 12));
-      dest[w + 1] = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      dest[w + 2] = static_cast<char>(0x80 | (c & 0x3F));
-      w += 3;
-    }
-    ++i;
-  }
   while (i < n && w < room) {
     const unsigned c = source[i];
     const size_t length = c < 0x80 ? 1 : c < 0x800 ? 2 : 3;
@@ -175,10 +153,6 @@ int OvraStringToUtf8(const unsigned short* source, int count, char* dest, int si
     ++i;
   }
   return static_cast<int>(w);
-=======
-  return static_cast<int>(TextKernels().toUtf8(source, static_cast<size_t>(count), dest,
-                                               static_cast<size_t>(size)));
->>>>>>> simd
 }
 
 int OvraUtf8ToString(const char* source, int count, unsigned short* dest, int size) {

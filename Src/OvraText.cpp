@@ -9,6 +9,7 @@
 #define OVRA_TEXT_X86 1
 #endif
 
+#include "OvraByteOrder.h"
 #include "OvraTextGeneric.h"
 
 namespace {
@@ -152,11 +153,7 @@ constexpr TWord kOnes = ~static_cast<TWord>(0) / 0xFFFF;  // 0x0001 in every uni
 constexpr TWord kLow15 = kOnes * 0x7FFF;
 constexpr TWord kHigh = kOnes * 0x8000;
 
-#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
-constexpr bool kBigEndian = true;
-#else
-constexpr bool kBigEndian = false;
-#endif
+constexpr bool kBigEndian = !ovra_bytes::kLittleEndian;
 
 inline unsigned CountTrailingZeros(TWord m) {
   return sizeof(TWord) == 8 ? static_cast<unsigned>(__builtin_ctzll(m))
