@@ -6,7 +6,12 @@
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_C_COMPILER ${OVRA_TARGET_TRIPLE}-gcc)
 set(CMAKE_CXX_COMPILER ${OVRA_TARGET_TRIPLE}-g++)
-set(CMAKE_CROSSCOMPILING_EMULATOR ${OVRA_QEMU} -L /usr/${OVRA_TARGET_TRIPLE})
+# The target's libraries come first: the loader would otherwise also take
+# the build machine's own copies of a 32-bit x86 C library from its cache
+# (/lib32), a different build of the C library than the loader's, which
+# makes thread cancellation hang.
+set(CMAKE_CROSSCOMPILING_EMULATOR ${OVRA_QEMU} -L /usr/${OVRA_TARGET_TRIPLE}
+    -E LD_LIBRARY_PATH=/usr/${OVRA_TARGET_TRIPLE}/lib)
 
 get_filename_component(OVRA_TARGET_DEPS
   "${CMAKE_CURRENT_LIST_DIR}/../../build-deps/${OVRA_TARGET_NAME}" ABSOLUTE)
