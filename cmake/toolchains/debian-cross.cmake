@@ -24,8 +24,13 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
 # The target's own character-set conversion modules, for the tests that take
 # iconv as their reference; the emulated C library finds none of its own.
-if(EXISTS ${OVRA_TARGET_DEPS}/root/usr/lib/${OVRA_TARGET_TRIPLE}/gconv)
-  set(OVRA_TARGET_GCONV_PATH ${OVRA_TARGET_DEPS}/root/usr/lib/${OVRA_TARGET_TRIPLE}/gconv)
+# They sit in the target's multiarch folder, which is named after the
+# compiler's triple except on 32-bit x86 (i386-linux-gnu for i686-linux-gnu).
+if(NOT OVRA_TARGET_MULTIARCH)
+  set(OVRA_TARGET_MULTIARCH ${OVRA_TARGET_TRIPLE})
+endif()
+if(EXISTS ${OVRA_TARGET_DEPS}/root/usr/lib/${OVRA_TARGET_MULTIARCH}/gconv)
+  set(OVRA_TARGET_GCONV_PATH ${OVRA_TARGET_DEPS}/root/usr/lib/${OVRA_TARGET_MULTIARCH}/gconv)
 endif()
 # Emulated programs run several times slower: test time limits are scaled.
 set(OVRA_TEST_TIMEOUT_SCALE 4)
