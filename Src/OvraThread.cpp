@@ -9,25 +9,13 @@
 #include "OvraCollect.h"
 #include "OvraHooks.h"
 #include "OvraMem.h"
+#include "OvraNoSanitize.h"
 #include "Unix/OvraThreadPS.h"
 
 namespace {
 constexpr unsigned int kNotSupported = 0xFFFFFFFFu;
 }
 
-// ThreadProc runs with asynchronous cancellation on, where a sanitizer's
-// instrumentation calls must not run (see _ThreadProc in OvraThreadPS.cpp).
-#if defined(__SANITIZE_THREAD__)
-#define OVRA_NO_THREAD_SANITIZER __attribute__((no_sanitize_thread))
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-// clang's no_sanitize("thread") still calls the runtime on entry and exit.
-#define OVRA_NO_THREAD_SANITIZER __attribute__((disable_sanitizer_instrumentation))
-#endif
-#endif
-#ifndef OVRA_NO_THREAD_SANITIZER
-#define OVRA_NO_THREAD_SANITIZER
-#endif
 
 TThread::TThread() : m_handle(kInvalidHandleValue), m_proc(nullptr), m_arg(nullptr) {}
 

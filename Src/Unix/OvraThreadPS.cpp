@@ -7,6 +7,7 @@
 #include <sys/time.h>
 
 #include "OvraThread.h"
+#include "OvraNoSanitize.h"
 #include "OvraThreadPS.h"
 #include "Unix/OvraSysCalls.h"
 
@@ -21,24 +22,6 @@ struct SThreadCell {
 
 constexpr unsigned int kNotSupported = 0xFFFFFFFFu;
 
-// Under ThreadSanitizer every instrumented function calls into the sanitizer's
-// runtime on entry, on exit and for each memory access. Those calls are not
-// safe to stop at an arbitrary instruction: an asynchronous cancel that lands
-// in one unwinds through a frame that ends the process. The start routine and
-// TThread::ThreadProc, the library's only code that runs while asynchronous
-// cancellation is on, are therefore left uninstrumented; what the caller's
-// procedure runs is its own affair.
-#if defined(__SANITIZE_THREAD__)
-#define OVRA_NO_THREAD_SANITIZER __attribute__((no_sanitize_thread))
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-// clang's no_sanitize("thread") still calls the runtime on entry and exit.
-#define OVRA_NO_THREAD_SANITIZER __attribute__((disable_sanitizer_instrumentation))
-#endif
-#endif
-#ifndef OVRA_NO_THREAD_SANITIZER
-#define OVRA_NO_THREAD_SANITIZER
-#endif
 
 // The start routine: asynchronous cancellation first, then the procedure,
 // whose int result travels through the pointer-sized exit value. Once the
