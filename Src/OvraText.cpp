@@ -173,8 +173,8 @@ struct VSwar {
   static constexpr size_t kBytes = sizeof(TWord);
   static constexpr unsigned kUnits = sizeof(TWord) / 2;
 
-  OVRA_NO_ASAN static Vec LoadA(uintptr_t p) { return *reinterpret_cast<const TWordAlias*>(p); }
-  OVRA_NO_ASAN static Vec LoadU(uintptr_t p) { return *reinterpret_cast<const TWordUnaligned*>(p); }
+  OVRA_WIDE_LOADS static Vec LoadA(uintptr_t p) { return *reinterpret_cast<const TWordAlias*>(p); }
+  OVRA_WIDE_LOADS static Vec LoadU(uintptr_t p) { return *reinterpret_cast<const TWordUnaligned*>(p); }
   static Vec Zero() { return 0; }
   static Vec Splat(unsigned short c) { return kOnes * c; }
   // Bit 15 set in the units where x is zero: exact, no carry crosses a unit.
@@ -226,7 +226,7 @@ struct VSwar {
   static bool AnyStop2(Vec x0, Vec y0, Vec x1, Vec y1) {
     return ((Eq(x0, y0) & Eq(x1, y1)) ^ kHigh) | ZeroUnits(x0) | ZeroUnits(x1);
   }
-  OVRA_NO_ASAN static bool AnyZero4(uintptr_t p) {
+  OVRA_WIDE_LOADS static bool AnyZero4(uintptr_t p) {
     const Vec* w = reinterpret_cast<const TWordAlias*>(p);
     return (ZeroUnits(w[0]) | ZeroUnits(w[1]) | ZeroUnits(w[2]) | ZeroUnits(w[3])) != 0;
   }
@@ -234,7 +234,7 @@ struct VSwar {
 
 // ASCII runs a word at a time where the byte order lets the units be packed
 // with shifts (little-endian); big-endian processors copy them one by one.
-OVRA_NO_ASAN size_t SwarNarrowRun(const unsigned short* src, size_t limit, char* dst) {
+OVRA_WIDE_LOADS size_t SwarNarrowRun(const unsigned short* src, size_t limit, char* dst) {
   size_t i = 0;
   if (!kBigEndian) {
     while (i + 4 <= limit) {

@@ -21,8 +21,8 @@ struct VAvx2 {
   static constexpr size_t kBytes = 32;
   static constexpr unsigned kUnits = 16;
 
-  OVRA_NO_ASAN static Vec LoadA(uintptr_t p) { return _mm256_load_si256(reinterpret_cast<const __m256i*>(p)); }
-  OVRA_NO_ASAN static Vec LoadU(uintptr_t p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)); }
+  OVRA_WIDE_LOADS static Vec LoadA(uintptr_t p) { return _mm256_load_si256(reinterpret_cast<const __m256i*>(p)); }
+  OVRA_WIDE_LOADS static Vec LoadU(uintptr_t p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)); }
   static Vec Zero() { return _mm256_setzero_si256(); }
   static Vec Splat(unsigned short c) { return _mm256_set1_epi16(static_cast<short>(c)); }
   static Vec Eq(Vec a, Vec b) { return _mm256_cmpeq_epi16(a, b); }
@@ -54,7 +54,7 @@ struct VAvx2 {
     const Vec z = _mm256_cmpeq_epi16(_mm256_min_epu16(t0, t1), _mm256_setzero_si256());
     return !_mm256_testz_si256(z, z);
   }
-  OVRA_NO_ASAN static bool AnyZero4(uintptr_t p) {
+  OVRA_WIDE_LOADS static bool AnyZero4(uintptr_t p) {
     const Vec low = _mm256_min_epu16(LoadA(p), LoadA(p + 32));
     const Vec high = _mm256_min_epu16(LoadA(p + 64), LoadA(p + 96));
     const Vec z = _mm256_cmpeq_epi16(_mm256_min_epu16(low, high), _mm256_setzero_si256());

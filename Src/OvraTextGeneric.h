@@ -104,7 +104,7 @@ inline EMatch MatchRest(const unsigned short* at, const unsigned short* sub) {
 }
 
 template <class V>
-OVRA_NO_ASAN size_t GLen(const unsigned short* s) {
+OVRA_WIDE_LOADS size_t GLen(const unsigned short* s) {
   const uintptr_t a = reinterpret_cast<uintptr_t>(s);
   if (a & 1) return PlainLen(s);
   const typename V::Vec zero = V::Zero();
@@ -127,7 +127,7 @@ OVRA_NO_ASAN size_t GLen(const unsigned short* s) {
 }
 
 template <class V>
-OVRA_NO_ASAN size_t GNLen(const unsigned short* s, size_t n) {
+OVRA_WIDE_LOADS size_t GNLen(const unsigned short* s, size_t n) {
   const uintptr_t a = reinterpret_cast<uintptr_t>(s);
   if (n == 0) return 0;
   if (a & 1) return PlainNLen(s, n);
@@ -150,7 +150,7 @@ OVRA_NO_ASAN size_t GNLen(const unsigned short* s, size_t n) {
 }
 
 template <class V>
-OVRA_NO_ASAN unsigned short* GChr(const unsigned short* s, unsigned short ch) {
+OVRA_WIDE_LOADS unsigned short* GChr(const unsigned short* s, unsigned short ch) {
   const uintptr_t a = reinterpret_cast<uintptr_t>(s);
   if (a & 1) return PlainChr(s, ch);
   const typename V::Vec zero = V::Zero();
@@ -169,7 +169,7 @@ OVRA_NO_ASAN unsigned short* GChr(const unsigned short* s, unsigned short ch) {
 }
 
 template <class V>
-OVRA_NO_ASAN unsigned short* GRchr(const unsigned short* s, unsigned short ch) {
+OVRA_WIDE_LOADS unsigned short* GRchr(const unsigned short* s, unsigned short ch) {
   const uintptr_t a = reinterpret_cast<uintptr_t>(s);
   if (a & 1) return PlainRchr(s, ch);
   const typename V::Vec zero = V::Zero();
@@ -198,7 +198,7 @@ OVRA_NO_ASAN unsigned short* GRchr(const unsigned short* s, unsigned short ch) {
 // at most n units. Unaligned blocks are read only while neither of them
 // crosses the end of its page; the last units before a page end go one by one.
 template <class V, bool Fold, bool Bounded>
-OVRA_NO_ASAN int GCmp(const unsigned short* a, const unsigned short* b, size_t n) {
+OVRA_WIDE_LOADS int GCmp(const unsigned short* a, const unsigned short* b, size_t n) {
   const typename V::Vec zero = V::Zero();
   const unsigned short* const start = a;
   for (;;) {
@@ -303,7 +303,7 @@ int GNICmp(const unsigned short* a, const unsigned short* b, size_t n) {
 // ucsstr: blocks of s are searched for positions whose unit and the next
 // one equal the first two of sub; each such candidate is compared in full.
 template <class V>
-OVRA_NO_ASAN unsigned short* GStr(const unsigned short* s, const unsigned short* sub) {
+OVRA_WIDE_LOADS unsigned short* GStr(const unsigned short* s, const unsigned short* sub) {
   if (!*s) return nullptr;
   if (!*sub) return const_cast<unsigned short*>(s);
   const uintptr_t a = reinterpret_cast<uintptr_t>(s);
@@ -365,7 +365,7 @@ OVRA_NO_ASAN unsigned short* GStr(const unsigned short* s, const unsigned short*
 }
 
 template <class V>
-OVRA_NO_ASAN uint64_t GUtf8Len(const unsigned short* s) {
+OVRA_WIDE_LOADS uint64_t GUtf8Len(const unsigned short* s) {
   const uintptr_t a = reinterpret_cast<uintptr_t>(s);
   if (a & 1) return PlainUtf8Len(s);
   const typename V::Vec zero = V::Zero();

@@ -17,8 +17,8 @@ struct VNeon {
   static constexpr size_t kBytes = 16;
   static constexpr unsigned kUnits = 8;
 
-  OVRA_NO_ASAN static Vec LoadA(uintptr_t p) { return vld1q_u16(reinterpret_cast<const uint16_t*>(p)); }
-  OVRA_NO_ASAN static Vec LoadU(uintptr_t p) { return vld1q_u16(reinterpret_cast<const uint16_t*>(p)); }
+  OVRA_WIDE_LOADS static Vec LoadA(uintptr_t p) { return vld1q_u16(reinterpret_cast<const uint16_t*>(p)); }
+  OVRA_WIDE_LOADS static Vec LoadU(uintptr_t p) { return vld1q_u16(reinterpret_cast<const uint16_t*>(p)); }
   static Vec Zero() { return vdupq_n_u16(0); }
   static Vec Splat(unsigned short c) { return vdupq_n_u16(c); }
   static Vec Eq(Vec a, Vec b) { return vceqq_u16(a, b); }
@@ -48,7 +48,7 @@ struct VNeon {
     const Vec t1 = vminq_u16(x1, vceqq_u16(x1, y1));
     return vminvq_u16(vminq_u16(t0, t1)) == 0;
   }
-  OVRA_NO_ASAN static bool AnyZero4(uintptr_t p) {
+  OVRA_WIDE_LOADS static bool AnyZero4(uintptr_t p) {
     const Vec low = vminq_u16(LoadA(p), LoadA(p + 16));
     const Vec high = vminq_u16(LoadA(p + 32), LoadA(p + 48));
     return vminvq_u16(vminq_u16(low, high)) == 0;

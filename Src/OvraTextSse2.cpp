@@ -18,8 +18,8 @@ struct VSse2 {
   static constexpr size_t kBytes = 16;
   static constexpr unsigned kUnits = 8;
 
-  OVRA_NO_ASAN static Vec LoadA(uintptr_t p) { return _mm_load_si128(reinterpret_cast<const __m128i*>(p)); }
-  OVRA_NO_ASAN static Vec LoadU(uintptr_t p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
+  OVRA_WIDE_LOADS static Vec LoadA(uintptr_t p) { return _mm_load_si128(reinterpret_cast<const __m128i*>(p)); }
+  OVRA_WIDE_LOADS static Vec LoadU(uintptr_t p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
   static Vec Zero() { return _mm_setzero_si128(); }
   static Vec Splat(unsigned short c) { return _mm_set1_epi16(static_cast<short>(c)); }
   static Vec Eq(Vec a, Vec b) { return _mm_cmpeq_epi16(a, b); }
@@ -48,7 +48,7 @@ struct VSse2 {
     const Vec zero = _mm_or_si128(_mm_cmpeq_epi16(x0, z), _mm_cmpeq_epi16(x1, z));
     return _mm_movemask_epi8(_mm_andnot_si128(zero, same)) != 0xFFFF;
   }
-  OVRA_NO_ASAN static bool AnyZero4(uintptr_t p) {
+  OVRA_WIDE_LOADS static bool AnyZero4(uintptr_t p) {
     const Vec z = _mm_setzero_si128();
     const Vec a = _mm_cmpeq_epi16(LoadA(p), z);
     const Vec b = _mm_cmpeq_epi16(LoadA(p + 16), z);
