@@ -68,7 +68,7 @@ has "$RUNTIME" "$libdir/libovra.so.$VERSION"
 has "$RUNTIME" "$libdir/libovra.so.$MAJOR"
 has libovra-dev "$libdir/libovra.so"
 has libovra-dev usr/include/ovra/Ovra.h
-has libovra-dev usr/include/ovra/Unix/OvraPlatform.h
+has libovra-dev usr/include/ovra/OvraPlatform.h
 has libovra-dev "$libdir/cmake/Ovra/OvraConfig.cmake"
 has libovra-dev "$libdir/cmake/Ovra/OvraConfigVersion.cmake"
 has libovra-dev "$libdir/pkgconfig/ovra.pc"

@@ -4,7 +4,7 @@
 
 #include "OvraBstr.h"
 #include "OvraMem.h"
-#include "Unix/OvraPlatform.h"
+#include "OvraPlatform.h"
 
 // Starts the library, or joins it when it is already started. The first call
 // installs `allocator` (null, or a record with a null hook, keeps malloc/realloc/

@@ -12,7 +12,7 @@
 
 #include <stdarg.h>
 
-#include "Unix/OvraPlatform.h"
+#include "OvraPlatform.h"
 
 // ---------------------------------------------------------------------------
 // Counted string buffers

@@ -19,7 +19,7 @@
 #include <stdint.h>
 
 #include "OvraBstr.h"
-#include "Unix/OvraPlatform.h"
+#include "OvraPlatform.h"
 
 // Opaque iteration handle of lists and maps: the address of a list node or of
 // a map association. Null means no position (the end); for a map the all-ones

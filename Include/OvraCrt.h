@@ -11,7 +11,7 @@
 #include <stddef.h>
 #include <time.h>
 
-#include "Unix/OvraPlatform.h"
+#include "OvraPlatform.h"
 
 // ---------------------------------------------------------------------------
 // Character classes

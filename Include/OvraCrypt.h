@@ -7,7 +7,7 @@
 
 #include <new>
 
-#include "Unix/OvraPlatform.h"
+#include "OvraPlatform.h"
 
 // ---------------------------------------------------------------------------
 // Base64 (standard alphabet "A-Z a-z 0-9 + /", padding "=", no line breaks)

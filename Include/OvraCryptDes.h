@@ -3,7 +3,7 @@
 #define OVRA_OVRACRYPTDES_H
 
 #include "OvraCrypt.h"
-#include "Unix/OvraPlatform.h"
+#include "OvraPlatform.h"
 
 // The contents of the desCBC object identifier (1.3.14.3.2.7).
 constexpr unsigned char kDesCbcObjectId[5] = {0x2B, 0x0E, 0x03, 0x02, 0x07};

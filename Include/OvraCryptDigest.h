@@ -3,7 +3,7 @@
 #ifndef OVRA_OVRACRYPTDIGEST_H
 #define OVRA_OVRACRYPTDIGEST_H
 
-#include "Unix/OvraPlatform.h"
+#include "OvraPlatform.h"
 
 // Writes len / 4 words of `in` to `out` as little-endian bytes (len counts
 // bytes and should be a multiple of 4; a remainder and a negative len are ignored).

@@ -4,7 +4,7 @@
 #define OVRA_OVRACRYPTHMAC_H
 
 #include "OvraCryptDigest.h"
-#include "Unix/OvraPlatform.h"
+#include "OvraPlatform.h"
 
 // HMAC-MD4, HMAC-MD5 or HMAC-SHA-1, depending on the digest handed in. Per
 // message: Update any number of times, then Finish; the object is then ready

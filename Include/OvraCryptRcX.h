@@ -4,7 +4,7 @@
 #define OVRA_OVRACRYPTRCX_H
 
 #include "OvraCrypt.h"
-#include "Unix/OvraPlatform.h"
+#include "OvraPlatform.h"
 
 // The contents of the rc2CBC object identifier (1.2.840.113549.3.2).
 constexpr unsigned char kRc2CbcObjectId[8] = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x03, 0x02};

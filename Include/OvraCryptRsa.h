@@ -4,7 +4,7 @@
 
 #include "OvraBstr.h"
 #include "OvraCrypt.h"
-#include "Unix/OvraPlatform.h"
+#include "OvraPlatform.h"
 
 // An unsigned multi-precision integer of 32-bit words (least significant first)
 // with just what modular exponentiation needs. Arithmetic is static, writes into

@@ -4,7 +4,7 @@
 #ifndef OVRA_OVRADEBUG_H
 #define OVRA_OVRADEBUG_H
 
-#include "Unix/OvraPlatform.h"
+#include "OvraPlatform.h"
 
 // Procedure an application may offer for failed assertions.
 typedef void (*OvraAssertProc)(const char* condition, const char* file, int line);

@@ -22,7 +22,7 @@
 #include <time.h>
 
 #include "OvraBstr.h"
-#include "Unix/OvraPlatform.h"
+#include "OvraPlatform.h"
 
 // Reported for a size, length or position of 4294967295 bytes or more.
 constexpr unsigned int kFileSizeCeiling = 0xFFFFFFFFu;

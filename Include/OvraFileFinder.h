@@ -6,7 +6,7 @@
 #include "OvraBstr.h"
 #include "OvraCollect.h"
 #include "OvraFile.h"
-#include "Unix/OvraPlatform.h"
+#include "OvraPlatform.h"
 
 // Enumerates the directory entries matching a pattern of the system's pathname
 // expansion ("*", "?", "[...]", "\" quoting the next character), optionally

@@ -33,7 +33,7 @@
 #include <stdarg.h>
 #include <stddef.h>
 
-#include "Unix/OvraPlatform.h"
+#include "OvraPlatform.h"
 
 // Formats into buffer, which holds size 16-bit characters including the
 // terminator. Never writes past buffer[size - 1]; terminates whenever size is

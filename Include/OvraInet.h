@@ -6,7 +6,7 @@
 #define OVRA_OVRAINET_H
 
 #include "OvraBstr.h"
-#include "Unix/OvraPlatform.h"
+#include "OvraPlatform.h"
 
 // Reads up to four decimal parts separated by "." (each read by ucstol: blanks
 // and a sign may lead, an empty part is 0), optionally followed by ":" and a

@@ -14,7 +14,7 @@
 #define OVRA_OVRALIBRARY_H
 
 #include "OvraBstr.h"
-#include "Unix/OvraPlatform.h"
+#include "OvraPlatform.h"
 
 // What GetProcAddress returns: the caller casts it to the function's real type
 // (through void (*)(void), the one type compilers accept any function cast to

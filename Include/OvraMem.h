@@ -2,7 +2,7 @@
 #ifndef OVRA_OVRAMEM_H
 #define OVRA_OVRAMEM_H
 
-#include "Unix/OvraPlatform.h"
+#include "OvraPlatform.h"
 
 // Allocation hooks an application passes to OvraInitialize. The three function
 // fields have the contracts of malloc, realloc and free and must be safe to call

@@ -2,7 +2,7 @@
 #ifndef OVRA_OVRAMESSAGE_H
 #define OVRA_OVRAMESSAGE_H
 
-#include "Unix/OvraPlatform.h"
+#include "OvraPlatform.h"
 
 // The first identifier OvraRequestMessageId hands out.
 constexpr unsigned int kFirstMessageId = 1;

@@ -4,7 +4,7 @@
 #define OVRA_OVRARAND_H
 
 #include "OvraCryptDigest.h"
-#include "Unix/OvraPlatform.h"
+#include "OvraPlatform.h"
 
 // A generator that hands out digests of a state block, stepping the state
 // after each block. Unseeded it yields one fixed sequence; each Seed folds

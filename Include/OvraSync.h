@@ -2,10 +2,36 @@
 #ifndef OVRA_OVRASYNC_H
 #define OVRA_OVRASYNC_H
 
-#include <pthread.h>
 #include <time.h>
 
-#include "Unix/OvraPlatform.h"
+#include "OvraPlatform.h"
+
+// Room for the system's mutex and condition objects inside TCritSec and
+// TCondVar. The header names no system type, so that including it pulls no
+// system header into an application; the library checks when it is built that
+// the system's objects fit and are aligned for this room. The sizes are those
+// of the system objects, so the classes' layout is the system's own: a POSIX
+// mutex and condition on Linux (per architecture), a slim reader/writer lock
+// and a condition variable on Windows, a generous room elsewhere.
+#if defined(_WIN32)
+#define OVRA_MUTEX_BYTES 8
+#define OVRA_COND_BYTES 8
+#elif defined(__x86_64__) && defined(__ILP32__)
+#define OVRA_MUTEX_BYTES 32
+#define OVRA_COND_BYTES 48
+#elif defined(__aarch64__)
+#define OVRA_MUTEX_BYTES 48
+#define OVRA_COND_BYTES 48
+#elif defined(__x86_64__) || defined(__s390x__) || defined(__powerpc64__) || defined(__riscv)
+#define OVRA_MUTEX_BYTES 40
+#define OVRA_COND_BYTES 48
+#elif defined(__i386__) || defined(__arm__) || defined(__mips__) || defined(__powerpc__)
+#define OVRA_MUTEX_BYTES 24
+#define OVRA_COND_BYTES 48
+#else
+#define OVRA_MUTEX_BYTES 64
+#define OVRA_COND_BYTES 64
+#endif
 
 // Adds 1 to *value and returns the new value. Atomic, so threads may share the
 // counter. The value keeps 32-bit rules on every platform: 2147483647 + 1 wraps
@@ -29,8 +55,8 @@ class OVRA_API TCritSec {
   void Unlock();
 
  protected:
-  // The mutex; TCondVar waits on it.
-  pthread_mutex_t m_mutex;
+  // The system's mutex (see OVRA_MUTEX_BYTES); TCondVar waits on it.
+  alignas(void*) unsigned char m_mutex[OVRA_MUTEX_BYTES];
 };
 
 // A condition variable bound to its own critical section (the base class).
@@ -57,7 +83,8 @@ class OVRA_API TCondVar : public TCritSec {
   static timespec MakeDeadline(time_t nowSeconds, long nowMicroseconds, int timeoutMs);
 
  private:
-  pthread_cond_t m_cond;
+  // The system's condition object (see OVRA_COND_BYTES).
+  alignas(void*) unsigned char m_cond[OVRA_COND_BYTES];
 };
 
 #endif

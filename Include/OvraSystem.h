@@ -3,7 +3,7 @@
 #define OVRA_OVRASYSTEM_H
 
 #include "OvraBstr.h"
-#include "Unix/OvraPlatform.h"
+#include "OvraPlatform.h"
 
 // What OvraGetSystemInfo reports.
 struct SSystemInfo {

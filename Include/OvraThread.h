@@ -4,7 +4,7 @@
 
 #include <new>
 
-#include "Unix/OvraPlatform.h"
+#include "OvraPlatform.h"
 
 // One operating-system thread running a caller's procedure with one argument.
 // The object is not locked: one owner calls its members, and it must outlive

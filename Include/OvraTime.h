@@ -6,7 +6,7 @@
 #include <stdint.h>
 #include <time.h>
 
-#include "Unix/OvraPlatform.h"
+#include "OvraPlatform.h"
 
 // A calendar time: whole seconds since 1970-01-01 00:00:00 UTC, held as the
 // platform's time_t (32-bit on i386, 64-bit on LP64). The value 0 also marks a

@@ -4,7 +4,6 @@
 
 #include <utility>
 
-#include "OvraFileName.h"
 
 const unsigned short TFile::kDirectorySeparator = 0x2F;  // "/"
 
@@ -30,7 +29,7 @@ TFile::~TFile() {
 
 bool TFile::Open(const TBstr& spec, unsigned int mode, bool create) {
   if (IsOpen()) return false;
-  if (spec.IsEmpty() || !IsSystemName(spec)) return false;
+  if (spec.IsEmpty()) return false;
   // Creating a file without write access is refused before the system is asked.
   if (create && !(mode & kOpenWrite)) return false;
   // The spec is copied before the system is asked, so that running out of

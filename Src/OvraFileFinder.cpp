@@ -2,9 +2,10 @@
 // searches and the pre-order walk, TFile::GetInfo, and ComparePattern.
 #include "OvraFileFinder.h"
 
+#include "OvraCrt.h"
+
 #include <utility>
 
-#include "OvraFileName.h"
 
 const unsigned short TFileFinder::kCurrentDirectory[2] = {0x2E, 0};
 const unsigned short TFileFinder::kParentDirectory[3] = {0x2E, 0x2E, 0};
@@ -178,8 +179,12 @@ int TFileFinder::ComparePattern(const unsigned short* name, const unsigned short
 }
 
 bool TFile::GetInfo(const TBstr& spec, TFileInfo& info) {
-  // An empty spec names no entry (the finder would take it as "*").
-  if (spec.IsEmpty() || !IsSystemName(spec)) return false;
+  // An empty spec names no entry (the finder would take it as "*"), and the
+  // finder takes terminated text, which would cut a spec at a zero character
+  // and name another entry. Whether the system can be given the name at all
+  // is its platform half's decision.
+  if (spec.IsEmpty() || ucslen(spec.GetString()) != static_cast<size_t>(spec.GetLength()))
+    return false;
   TFileFinder finder;
   if (!finder.Find(spec.GetString(), false)) return false;
   TBstr name(finder.name);

@@ -357,9 +357,12 @@ TEST_F(LibraryTest, LoadFailsCleanlyWhenMemoryRunsOut) {
   ScopedCountingLibrary scope;
   ASSERT_TRUE(scope.started());
   const long live = Stats().live;
+  int failures = 0;
+  {
+  // The spec's single-byte copy, made for the loader and cached in the
+  // string, lives as long as the string: the count is taken without it.
   const TBstr spec = Spec(PluginPath(kAccept));
   ASSERT_EQ(Stats().live, live + 1);
-  int failures = 0;
   for (long n = 1; n < 50; ++n) {
     PluginEvents().clear();
     TLibrary library;
@@ -378,8 +381,9 @@ TEST_F(LibraryTest, LoadFailsCleanlyWhenMemoryRunsOut) {
     // No init ran without its term: the library was never opened.
     EXPECT_TRUE(PluginEvents().empty()) << n;
   }
+  }
   EXPECT_GE(failures, 2);  // the copy of the spec and the path for the init
-  EXPECT_EQ(Stats().live, live + 1);
+  EXPECT_EQ(Stats().live, live);
 }
 
 TEST_F(LibraryTest, GetProcAddressReturnsNullWhenMemoryRunsOut) {

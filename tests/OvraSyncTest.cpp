@@ -5,7 +5,19 @@
 
 #include <thread>
 
+// In PublicHeadersAlone.cpp, which includes the public headers and nothing else.
+int OvraPublicHeadersAlone();
+
 namespace {
+
+// The public headers hold the system's lock and condition in rooms of their
+// own; a TCondVar is its critical section followed by the condition's room.
+TEST(SyncLayoutTest, PublicHeadersAloneDeclareTheLockAndConditionRooms) {
+  EXPECT_EQ(OvraPublicHeadersAlone(), static_cast<int>(sizeof(TCondVar)));
+  EXPECT_GE(sizeof(TCritSec), static_cast<size_t>(OVRA_MUTEX_BYTES));
+  EXPECT_GE(sizeof(TCondVar), static_cast<size_t>(OVRA_MUTEX_BYTES + OVRA_COND_BYTES));
+  EXPECT_EQ(alignof(TCritSec) % alignof(void*), 0u);
+}
 
 TEST(AtomicTest, IncrementAndDecrementReturnTheNewValue) {
   long v = 5;

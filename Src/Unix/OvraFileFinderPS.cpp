@@ -8,9 +8,9 @@
 #include <utility>
 
 #include "OvraFileFinder.h"
-#include "OvraFileName.h"
 #include "OvraMem.h"
 #include "Unix/OvraSysCalls.h"
+#include "Unix/OvraSystemName.h"
 
 namespace {
 
@@ -26,31 +26,6 @@ struct SFileSearch {
   size_t next;
 };
 
-// Work area for widening one name on the stack; longer names use the heap.
-constexpr int kStackNameUnits = 256;
-
-// name widened byte for byte into out; false on allocation failure.
-bool WidenName(const char* name, TBstr& out) {
-  const size_t length = strlen(name);
-  if (length == 0) {
-    out.Empty();
-    return true;
-  }
-  if (length > 0x7FFFFFFEu) return false;
-  unsigned short stackArea[kStackNameUnits];
-  unsigned short* area = stackArea;
-  if (length > static_cast<size_t>(kStackNameUnits)) {
-    area = static_cast<unsigned short*>(OvraMemAlloc(length * sizeof(unsigned short)));
-    if (!area) return false;
-  }
-  for (size_t i = 0; i < length; ++i) area[i] = static_cast<unsigned char>(name[i]);
-  TBstr wide(area, static_cast<int>(length));
-  if (area != stackArea) OvraMemFree(area);
-  if (wide.GetLength() != static_cast<int>(length)) return false;
-  out = std::move(wide);
-  return true;
-}
-
 unsigned int SizeOf(const struct stat& status) {
   if (status.st_size < 0) return 0;
   // Never a wrapped size: 4 GiB - 1 and beyond are reported as the ceiling.
@@ -65,8 +40,8 @@ void* TFileFinder::FileFinderFind(const TBstr& pattern, TFileInfo& info) {
   if (!search) return kInvalidHandleValue;
   memset(search, 0, sizeof(SFileSearch));
   // A pattern the system could not be given unchanged matches nothing.
-  const char* text = IsSystemName(pattern) ? pattern.GetMultibyteString() : "";
-  if (*text) {
+  const char* text = SystemNameOf(pattern);
+  if (text) {
     int flags = GLOB_NOSORT;
     if (pattern.Compare(kRootDirectory) == 0) flags |= GLOB_NOCHECK;
     search->returnCode = g_ovraSysCalls.glob(text, flags, nullptr, &search->result);
@@ -92,7 +67,7 @@ bool TFileFinder::FileFinderFindNext(void* handle, TFileInfo& info) {
     if (g_ovraSysCalls.lstat(path, &status) != 0) continue;
     const char* slash = strrchr(path, '/');
     TBstr name;
-    if (!WidenName(slash ? slash + 1 : path, name)) continue;
+    if (!BstrFromSystemName(slash ? slash + 1 : path, name)) continue;
     info.name = std::move(name);
     info.isDirectory = S_ISDIR(status.st_mode);
     info.size = SizeOf(status);

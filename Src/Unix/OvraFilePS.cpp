@@ -1,5 +1,5 @@
 // OvraFilePS.cpp - the POSIX half of TFile: the system's buffered streams with
-// 64-bit offsets, and the operations on names.
+// 64-bit offsets and its calls on names, nothing else.
 #include <errno.h>
 #include <stdio.h>
 #include <sys/stat.h>
@@ -9,8 +9,8 @@
 #include <utime.h>
 
 #include "OvraFile.h"
-#include "OvraFileName.h"
 #include "Unix/OvraSysCalls.h"
+#include "Unix/OvraSystemName.h"
 
 static_assert(sizeof(off_t) == 8, "the build must use 64-bit file offsets");
 
@@ -18,18 +18,10 @@ namespace {
 
 FILE* Stream(void* handle) { return static_cast<FILE*>(handle); }
 
-// The single-byte form of a name for the system, or null when the name could
-// not be given unchanged (see IsSystemName) or its copy not be made.
-const char* SystemName(const TBstr& name) {
-  if (name.IsEmpty() || !IsSystemName(name)) return nullptr;
-  const char* text = name.GetMultibyteString();
-  return *text ? text : nullptr;
-}
-
 }  // namespace
 
 void* TFile::FileOpen(const TBstr& spec, unsigned int mode, bool create) {
-  const char* name = SystemName(spec);
+  const char* name = SystemNameOf(spec);
   if (!name) return kInvalidHandleValue;
   // "w" or "r", then "+" for write access, then "b": "rb", "r+b" or "w+b".
   char text[4];
@@ -94,20 +86,20 @@ bool TFile::FileSetLength(void* handle, unsigned int length) {
 // ---------------------------------------------------------------------------
 
 bool TFile::Rename(const TBstr& from, const TBstr& to) {
-  const char* source = SystemName(from);
+  const char* source = SystemNameOf(from);
   if (!source) return false;
-  const char* target = SystemName(to);
+  const char* target = SystemNameOf(to);
   return target && g_ovraSysCalls.rename(source, target) == 0;
 }
 
 bool TFile::Remove(const TBstr& spec) {
-  const char* name = SystemName(spec);
+  const char* name = SystemNameOf(spec);
   return name && g_ovraSysCalls.remove(name) == 0;
 }
 
 bool TFile::CreateDirectory(const TBstr& spec) {
   const TBstr path = RemoveTrailingSeparator(spec);
-  const char* name = SystemName(path);
+  const char* name = SystemNameOf(path);
   if (!name) return false;
   // An existing entry counts as success even when it is not a directory:
   // callers rely on this leniency.
@@ -115,12 +107,12 @@ bool TFile::CreateDirectory(const TBstr& spec) {
 }
 
 bool TFile::RemoveDirectory(const TBstr& spec) {
-  const char* name = SystemName(spec);
+  const char* name = SystemNameOf(spec);
   return name && g_ovraSysCalls.rmdir(name) == 0;
 }
 
 bool TFile::SetLastWriteTime(const TBstr& spec, long time) {
-  const char* name = SystemName(spec);
+  const char* name = SystemNameOf(spec);
   if (!name) return false;
   utimbuf times;
   times.actime = ::time(nullptr);

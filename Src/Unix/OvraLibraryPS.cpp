@@ -9,6 +9,7 @@
 
 #include "OvraLibrary.h"
 #include "Unix/OvraSysCalls.h"
+#include "Unix/OvraSystemName.h"
 
 namespace {
 
@@ -18,28 +19,6 @@ constexpr size_t kPathBufferSize = 1024;
 
 typedef bool (*SharedLibInitProc)(const TBstr& fileSpec);
 typedef void (*SharedLibTermProc)(void);
-
-// True when every character of s is 1..255, so that its single-byte form
-// names exactly what s names: characters above 255 would become "?" and a
-// zero character would cut the text, naming another file or symbol.
-bool IsByteText(const TBstr& s) {
-  const unsigned short* text = s.GetString();
-  const int length = s.GetLength();
-  for (int i = 0; i < length; ++i)
-    if (text[i] == 0 || text[i] > 255) return false;
-  return true;
-}
-
-// Copies the single-byte form of s, terminated, into buffer; false when s is
-// empty, does not fit or is not byte text. Needs no memory of its own.
-bool CopyByteText(const TBstr& s, char* buffer, size_t size) {
-  const int length = s.GetLength();
-  if (length <= 0 || static_cast<size_t>(length) >= size || !IsByteText(s)) return false;
-  const unsigned short* text = s.GetString();
-  for (int i = 0; i < length; ++i) buffer[i] = static_cast<char>(text[i]);
-  buffer[length] = 0;
-  return true;
-}
 
 // --- the loader ---------------------------------------------------------------
 
@@ -75,8 +54,12 @@ void* TLibrary::LibraryLoad(const TBstr& spec) {
   // Split the spec at its last "/" into directory and file name; without a
   // "/" the directory is the current one, so the loader's search path is
   // never consulted.
+  const char* name = SystemNameOf(spec);
+  if (!name) return kInvalidHandleValue;
   char specText[kPathBufferSize];
-  if (!CopyByteText(spec, specText, sizeof specText)) return kInvalidHandleValue;
+  const size_t specLength = strlen(name);
+  if (specLength >= sizeof specText) return kInvalidHandleValue;
+  memcpy(specText, name, specLength + 1);
   const char* directory = "./";
   const char* fileName = specText;
   if (char* slash = strrchr(specText, '/')) {
@@ -103,8 +86,8 @@ void* TLibrary::LibraryLoad(const TBstr& spec) {
 
   // The path handed to SharedLibInit is made before the library is opened, so
   // that running out of memory never opens a library without initialising it.
-  const TBstr pathText(path);
-  if (static_cast<size_t>(pathText.GetLength()) != strlen(path)) return kInvalidHandleValue;
+  TBstr pathText;
+  if (!BstrFromSystemName(path, pathText)) return kInvalidHandleValue;
 
   void* handle = OpenLibrary(path);
   if (handle == kInvalidHandleValue) return kInvalidHandleValue;
@@ -127,8 +110,8 @@ bool TLibrary::LibraryFree(void* handle) {
 }
 
 OvraProc TLibrary::LibraryGetProcAddress(void* handle, const TBstr& name) {
-  if (handle == kInvalidHandleValue || name.IsEmpty() || !IsByteText(name)) return nullptr;
-  const char* text = name.GetMultibyteString();
-  if (!*text) return nullptr;  // its single-byte copy could not be made
+  if (handle == kInvalidHandleValue) return nullptr;
+  const char* text = SystemNameOf(name);
+  if (!text) return nullptr;
   return reinterpret_cast<OvraProc>(LookupSymbol(handle, text));
 }

@@ -1,6 +1,7 @@
-// OvraSystemPS.cpp - the POSIX half of OvraGetSystemInfo: uname.
+// OvraSystemPS.cpp - the POSIX half of OvraGetSystemInfo: uname, nothing else.
 #include "Unix/OvraSystemPS.h"
 #include "Unix/OvraSysCalls.h"
+#include "Unix/OvraSystemName.h"
 
 #include <string.h>
 #include <sys/utsname.h>
@@ -13,7 +14,7 @@ bool InternalGetSystemNames(TBstr& name, char* release, size_t size) {
     return false;
   }
   // The fields are terminated; the release is cut to the caller's buffer.
-  name.Assign(names.sysname);
+  if (!BstrFromSystemName(names.sysname, name)) name.Empty();
   strncat(release, names.release, size - 1);
   return true;
 }

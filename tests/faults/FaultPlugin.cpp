@@ -2,7 +2,7 @@
 // that a program linked with the test build of the runtime loads no second
 // copy of it. It counts its entry points' calls for the test to read.
 #include "OvraBstr.h"
-#include "Unix/OvraPlatform.h"
+#include "OvraPlatform.h"
 
 namespace {
 int s_inits = 0;

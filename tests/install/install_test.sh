@@ -16,7 +16,7 @@ test -L "$libdir/libovra.so"                    # development link
 test -e "$libdir/libovra.so.1"                  # soname link
 [ "$(readelf -d "$libdir/libovra.so.1" | sed -n 's/.*SONAME.*\[\(.*\)\]/\1/p')" = libovra.so.1 ]
 test -f "$prefix/include/ovra/Ovra.h"
-test -f "$prefix/include/ovra/Unix/OvraPlatform.h"
+test -f "$prefix/include/ovra/OvraPlatform.h"
 test -f "$libdir/cmake/Ovra/OvraConfig.cmake"
 test -f "$libdir/pkgconfig/ovra.pc"
 

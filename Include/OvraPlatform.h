@@ -1,0 +1,30 @@
+// OvraPlatform.h - declarations shared by every public header: the export
+// macro, C linkage and the handle convention. It includes no system header, so
+// an application that includes Ovra.h sees no platform declaration.
+#ifndef OVRA_OVRAPLATFORM_H
+#define OVRA_OVRAPLATFORM_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+// Marks a declaration as part of the public interface. On Windows the library
+// exports what carries it and an application imports it from ovra.dll; on
+// other systems the library is built with hidden visibility, so anything
+// without this mark stays private.
+#if defined(_WIN32)
+#if defined(OVRA_BUILDING_LIBRARY)
+#define OVRA_API __declspec(dllexport)
+#else
+#define OVRA_API __declspec(dllimport)
+#endif
+#else
+#define OVRA_API __attribute__((visibility("default")))
+#endif
+
+// Exported free functions have C linkage so that their names stay undecorated.
+#define OVRA_EXTERN_C extern "C"
+
+// The null handle: no platform object (thread, queue, file, search, library) is open.
+constexpr void* kInvalidHandleValue = nullptr;
+
+#endif
