@@ -32,5 +32,9 @@ endif()
 if(EXISTS ${OVRA_TARGET_DEPS}/root/usr/lib/${OVRA_TARGET_MULTIARCH}/gconv)
   set(OVRA_TARGET_GCONV_PATH ${OVRA_TARGET_DEPS}/root/usr/lib/${OVRA_TARGET_MULTIARCH}/gconv)
 endif()
+# The same for OpenSSL's provider modules (the legacy one has MD4 and DES).
+if(EXISTS ${OVRA_TARGET_DEPS}/root/usr/lib/${OVRA_TARGET_MULTIARCH}/ossl-modules)
+  set(OVRA_TARGET_OPENSSL_MODULES ${OVRA_TARGET_DEPS}/root/usr/lib/${OVRA_TARGET_MULTIARCH}/ossl-modules)
+endif()
 # Emulated programs run several times slower: test time limits are scaled.
 set(OVRA_TEST_TIMEOUT_SCALE 4)
