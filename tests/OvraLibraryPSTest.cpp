@@ -194,6 +194,9 @@ TEST_F(LibraryPSTest, SpecWithoutAnExactSingleByteFormIsRefused) {
 }
 
 // --- the entry points ------------------------------------------------------------
+// What LibraryFree and a refused LibraryLoad do when the loader cannot close
+// is checked through the library's system-call table, in
+// faults/OvraLibraryPSFaultTest.cpp.
 
 TEST_F(LibraryPSTest, LibraryLoadRefusesALibraryWithoutItsOwnInit) {
   EXPECT_EQ(TLibrary::LibraryLoad(Spec(PluginPath(kNoEntry))), kInvalidHandleValue);
@@ -240,29 +243,6 @@ TEST_F(LibraryPSTest, LibraryFreeOfTheInvalidHandleFailsAndRunsNoTerm) {
   EXPECT_FALSE(TLibrary::LibraryFree(kInvalidHandleValue));
   EXPECT_EQ(Stats().live, live);
   SharedLibTerm();
-}
-
-TEST_F(LibraryPSTest, LibraryFreeFailsWhenTheLoaderCannotClose) {
-  void* handle = TLibrary::LibraryLoad(Spec(PluginPath(kAccept)));
-  ASSERT_NE(handle, kInvalidHandleValue);
-  FailingCloses() = 1;
-  EXPECT_FALSE(TLibrary::LibraryFree(handle));
-  EXPECT_EQ(PluginEvents().back(), "accept:term");  // the term ran first
-  EXPECT_TRUE(IsOpen(PluginPath(kAccept)));
-  EXPECT_TRUE(TLibrary::LibraryFree(handle));
-  EXPECT_FALSE(IsOpen(PluginPath(kAccept)));
-}
-
-TEST_F(LibraryPSTest, RefusedLoadStillReturnsInvalidWhenTheCloseFails) {
-  FailingCloses() = 1;
-  EXPECT_EQ(TLibrary::LibraryLoad(Spec(PluginPath(kRefuse))), kInvalidHandleValue);
-  EXPECT_EQ(FailingCloses(), 0);
-  // The library stayed open: close it as the loader would have.
-  void* handle = dlopen(OVRA_TEST_PLUGIN_REFUSE, RTLD_LAZY | RTLD_NOLOAD);
-  ASSERT_NE(handle, nullptr);
-  dlclose(handle);
-  dlclose(handle);
-  EXPECT_FALSE(IsOpen(PluginPath(kRefuse)));
 }
 
 // --- lookups ---------------------------------------------------------------------

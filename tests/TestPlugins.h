@@ -1,7 +1,8 @@
 // TestPlugins.h - the host side of the test plugins (tests/plugins): where
-// they are, what they reported, and stand-ins for the loader's close and the
-// working directory. Include it in one source file per test program: it
-// defines the functions the plugins and the library call.
+// they are, what they reported, and a scoped working directory. Include it in
+// one source file per test program: it defines the function the plugins call
+// back. (A loader that cannot close is the fault tests' business: they fail
+// dlclose through the library's system-call table, tests/faults.)
 #ifndef OVRA_TESTS_TESTPLUGINS_H
 #define OVRA_TESTS_TESTPLUGINS_H
 
@@ -25,12 +26,6 @@ inline std::vector<std::string>& PluginEvents() {
   return events;
 }
 
-// How many times the loader's close is made to fail (returning -1) from now on.
-inline int& FailingCloses() {
-  static int count = 0;
-  return count;
-}
-
 // The canonical absolute form of an existing path; empty when it has none.
 inline std::string RealPath(const std::string& path) {
   char buffer[PATH_MAX];
@@ -43,16 +38,14 @@ inline std::string PluginDir() { return RealPath(OVRA_TEST_PLUGIN_DIR); }
 // reported to its SharedLibInit.
 inline std::string PluginPath(const char* fileName) { return PluginDir() + "/" + fileName; }
 
-// Fixture for tests that load the plugins: no events recorded, the loader's
-// close working, and the plugin folder present.
+// Fixture for tests that load the plugins: no events recorded and the plugin
+// folder present.
 class PluginTest : public ::testing::Test {
  protected:
   void SetUp() override {
     PluginEvents().clear();
-    FailingCloses() = 0;
     ASSERT_FALSE(PluginDir().empty()) << "plugin folder " << OVRA_TEST_PLUGIN_DIR;
   }
-  void TearDown() override { FailingCloses() = 0; }
 };
 
 // A temporary folder of its own (canonical path), removed with its contents.
@@ -104,17 +97,6 @@ class ScopedWorkingDirectory {
 // Receives the plugins' events (see tests/plugins/PluginEvents.h).
 extern "C" __attribute__((visibility("default"))) void OvraTestPluginEvent(const char* event) {
   ovra_test::PluginEvents().push_back(event);
-}
-
-// Stands in for the loader's close, so that tests can make it fail; passes
-// everything else on to the real one.
-extern "C" __attribute__((visibility("default"))) int dlclose(void* handle) noexcept {
-  if (ovra_test::FailingCloses() > 0) {
-    --ovra_test::FailingCloses();
-    return -1;
-  }
-  static int (*real)(void*) = reinterpret_cast<int (*)(void*)>(dlsym(RTLD_NEXT, "dlclose"));
-  return real ? real(handle) : -1;
 }
 
 #endif

@@ -1,6 +1,8 @@
 // A library meeting the entry-point contract without using the runtime, so
 // that a program linked with the test build of the runtime loads no second
-// copy of it. It counts its entry points' calls for the test to read.
+// copy of it. It counts its entry points' calls for the test to read. Built
+// twice: as is, its SharedLibInit accepts the load; with
+// OVRA_FAULT_PLUGIN_REFUSES defined, it refuses it.
 #include "OvraBstr.h"
 #include "OvraPlatform.h"
 
@@ -11,7 +13,11 @@ int s_terms = 0;
 
 OVRA_EXTERN_C OVRA_API bool SharedLibInit(const TBstr&) {
   ++s_inits;
+#ifdef OVRA_FAULT_PLUGIN_REFUSES
+  return false;
+#else
   return true;
+#endif
 }
 
 OVRA_EXTERN_C OVRA_API void SharedLibTerm(void) { ++s_terms; }

@@ -15,18 +15,23 @@ namespace ovra_test {
 
 // Replaces one entry of the table for the lifetime of the scope:
 //   ScopedSysCall failing(&SSysCalls::fopen, FailingFopen);
+// and puts back the entry it replaced, so that scopes nest (a fixture's
+// stand-in stays in place after a test's own inner one ends). A stand-in
+// that should reach the system after all calls OvraTestRealSysCalls()'s entry.
 template <typename Function>
 class ScopedSysCall {
  public:
-  ScopedSysCall(Function SSysCalls::*entry, Function standIn) : entry_(entry) {
+  ScopedSysCall(Function SSysCalls::*entry, Function standIn)
+      : entry_(entry), previous_(OvraTestSysCalls()->*entry) {
     OvraTestSysCalls()->*entry_ = standIn;
   }
-  ~ScopedSysCall() { OvraTestSysCalls()->*entry_ = OvraTestRealSysCalls()->*entry_; }
+  ~ScopedSysCall() { OvraTestSysCalls()->*entry_ = previous_; }
   ScopedSysCall(const ScopedSysCall&) = delete;
   ScopedSysCall& operator=(const ScopedSysCall&) = delete;
 
  private:
   Function SSysCalls::*entry_;
+  Function previous_;
 };
 
 }  // namespace ovra_test

@@ -1,11 +1,19 @@
-// OvraGetSystemInfo when the system cannot tell its name: still 0, an empty
-// name and zero versions, the revision as the caller had it, and no leak.
+// OvraGetSystemInfo over stand-ins for uname in the system-call table: chosen
+// names and release texts show how the release is read and the name widened;
+// a failing call shows what the caller gets when the system cannot tell its
+// name (still 0, an empty name and zero versions, the revision as the caller
+// had it). Every stand-in counts its calls, and nothing may leak.
 #include <errno.h>
 #include <gtest/gtest.h>
+#include <limits.h>
+#include <string.h>
+
+#include <string>
 
 #include "OvraSysCallAccess.h"
 #include "OvraSystem.h"
 #include "TestAllocator.h"
+#include "TestWide.h"
 
 using namespace ovra_test;
 
@@ -19,7 +27,22 @@ int FailingUname(struct utsname*) {
   return -1;
 }
 
+// What ChosenUname reports.
+std::string s_sysname;
+std::string s_release;
+
+// Reports s_sysname and s_release, cut to the record's fields as the system's
+// would be, and nothing else.
+int ChosenUname(struct utsname* names) {
+  ++s_calls;
+  memset(names, 0, sizeof *names);
+  strncpy(names->sysname, s_sysname.c_str(), sizeof names->sysname - 1);
+  strncpy(names->release, s_release.c_str(), sizeof names->release - 1);
+  return 0;
+}
+
 TEST(SystemFaultTest, FailingUnameGivesAnEmptyNameAndZeroVersions) {
+  s_calls = 0;
   ScopedCountingLibrary library;
   ASSERT_TRUE(library.started());
   {
@@ -48,6 +71,7 @@ TEST(SystemFaultTest, FailingUnameGivesAnEmptyNameAndZeroVersions) {
 }
 
 TEST(SystemFaultTest, FailingUnameWithoutAStartedLibraryDoesNotCrash) {
+  s_calls = 0;
   SSystemInfo info;
   info.revision = 5;
   ScopedSysCall failing(&SSysCalls::uname, FailingUname);
@@ -55,6 +79,166 @@ TEST(SystemFaultTest, FailingUnameWithoutAStartedLibraryDoesNotCrash) {
   EXPECT_TRUE(info.osName.IsEmpty());
   EXPECT_EQ(info.majorVersion, 0);
   EXPECT_EQ(OvraGetSystemInfo(nullptr), 0u);
+  EXPECT_EQ(s_calls, 1) << "a null record asks the system nothing";
+}
+
+// --- chosen names and releases ----------------------------------------------
+
+class SystemInfoTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    s_calls = 0;
+    s_sysname = "Linux";
+    s_release.clear();
+  }
+
+  // Runs OvraGetSystemInfo on a record whose numbers hold markers, with the
+  // system reporting "Linux" and release.
+  SSystemInfo Run(const std::string& release) {
+    s_sysname = "Linux";
+    s_release = release;
+    SSystemInfo info;
+    info.majorVersion = -111;
+    info.minorVersion = -222;
+    info.revision = kUntouched;
+    info.reserved = 0xDEADBEEF;
+    const int calls = s_calls;
+    EXPECT_EQ(OvraGetSystemInfo(&info), 0u);
+    EXPECT_EQ(s_calls, calls + 1) << "uname was not reached";
+    EXPECT_EQ(info.reserved, 0u);
+    return info;
+  }
+
+  static constexpr unsigned int kUntouched = 0x12345678;
+  ScopedSysCall<int (*)(struct utsname*)> m_uname{&SSysCalls::uname, ChosenUname};
+};
+
+TEST_F(SystemInfoTest, ReleaseWithOneDotSetsRevisionToZero) {
+  const SSystemInfo info = Run("5.7");
+  EXPECT_EQ(info.majorVersion, 5);
+  EXPECT_EQ(info.minorVersion, 7);
+  EXPECT_EQ(info.revision, 0u);
+  EXPECT_EQ(ToU16(info.osName.GetString()), u"Linux");
+}
+
+TEST_F(SystemInfoTest, ReleaseWithTwoDotsGivesThreeNumbers) {
+  SSystemInfo info = Run("6.1.0-13-amd64");
+  EXPECT_EQ(info.majorVersion, 6);
+  EXPECT_EQ(info.minorVersion, 1);
+  EXPECT_EQ(info.revision, 0u);
+  info = Run("2.6.32.71");
+  EXPECT_EQ(info.majorVersion, 2);
+  EXPECT_EQ(info.minorVersion, 6);
+  EXPECT_EQ(info.revision, 32u);
+  info = Run("10.20.30");
+  EXPECT_EQ(info.majorVersion, 10);
+  EXPECT_EQ(info.minorVersion, 20);
+  EXPECT_EQ(info.revision, 30u);
+}
+
+TEST_F(SystemInfoTest, ReleaseWithoutDotLeavesRevisionAsTheCallerHadIt) {
+  SSystemInfo info = Run("6");
+  EXPECT_EQ(info.majorVersion, 6);
+  EXPECT_EQ(info.minorVersion, 0);
+  EXPECT_EQ(info.revision, kUntouched);
+  info = Run("");
+  EXPECT_EQ(info.majorVersion, 0);
+  EXPECT_EQ(info.minorVersion, 0);
+  EXPECT_EQ(info.revision, kUntouched);
+  info = Run("7-custom");
+  EXPECT_EQ(info.majorVersion, 7);
+  EXPECT_EQ(info.minorVersion, 0);
+  EXPECT_EQ(info.revision, kUntouched);
+}
+
+TEST_F(SystemInfoTest, NumbersFollowAtoiRules) {
+  // Leading white space and a sign are read, anything else ends a number.
+  SSystemInfo info = Run(" 7.\t8.+9x");
+  EXPECT_EQ(info.majorVersion, 7);
+  EXPECT_EQ(info.minorVersion, 8);
+  EXPECT_EQ(info.revision, 9u);
+  info = Run("-3.-4.-5");
+  EXPECT_EQ(info.majorVersion, -3);
+  EXPECT_EQ(info.minorVersion, -4);
+  EXPECT_EQ(info.revision, 0xFFFFFFFBu);
+  info = Run("x.y.z");
+  EXPECT_EQ(info.majorVersion, 0);
+  EXPECT_EQ(info.minorVersion, 0);
+  EXPECT_EQ(info.revision, 0u);
+  info = Run("..");
+  EXPECT_EQ(info.majorVersion, 0);
+  EXPECT_EQ(info.minorVersion, 0);
+  EXPECT_EQ(info.revision, 0u);
+}
+
+TEST_F(SystemInfoTest, DotsAreFoundAnywhereInTheRelease) {
+  // The first "." may come after other text; the number behind it is read.
+  const SSystemInfo info = Run("5-rc1.2");
+  EXPECT_EQ(info.majorVersion, 5);
+  EXPECT_EQ(info.minorVersion, 2);
+  EXPECT_EQ(info.revision, 0u);  // a "." was there, but no second one
+}
+
+TEST_F(SystemInfoTest, OversizedNumbersAreClampedAlikeOnEveryPlatform) {
+  SSystemInfo info = Run("99999999999.2147483648.99999999999");
+  EXPECT_EQ(info.majorVersion, INT_MAX);
+  EXPECT_EQ(info.minorVersion, INT_MAX);
+  EXPECT_EQ(info.revision, static_cast<unsigned int>(INT_MAX));
+  info = Run("-99999999999.-2147483648");
+  EXPECT_EQ(info.majorVersion, INT_MIN);
+  EXPECT_EQ(info.minorVersion, INT_MIN);
+}
+
+TEST_F(SystemInfoTest, NameIsWidenedByteForByteAndReplacesTheOldOne) {
+  s_sysname = std::string(64, 'n');
+  s_release = "1.2.3";
+  SSystemInfo info;
+  info.osName = "previous";
+  EXPECT_EQ(OvraGetSystemInfo(&info), 0u);
+  EXPECT_EQ(info.osName.GetLength(), 64);
+  s_sysname = "Sys\xE9me";
+  EXPECT_EQ(OvraGetSystemInfo(&info), 0u);
+  EXPECT_EQ(ToU16(info.osName.GetString()), u"Sys\u00E9me");
+  EXPECT_EQ(s_calls, 2);
+}
+
+TEST_F(SystemInfoTest, FailingSystemGivesAnEmptyNameAndZerosAndStillReturnsZero) {
+  ScopedSysCall failing(&SSysCalls::uname, FailingUname);
+  SSystemInfo info;
+  info.osName = "previous";
+  info.majorVersion = 5;
+  info.minorVersion = 6;
+  info.revision = kUntouched;
+  info.reserved = 1;
+  EXPECT_EQ(OvraGetSystemInfo(&info), 0u);
+  EXPECT_EQ(s_calls, 1);
+  EXPECT_TRUE(info.osName.IsEmpty());
+  EXPECT_EQ(info.majorVersion, 0);
+  EXPECT_EQ(info.minorVersion, 0);
+  EXPECT_EQ(info.revision, kUntouched);  // an empty release holds no "."
+  EXPECT_EQ(info.reserved, 0u);
+}
+
+TEST_F(SystemInfoTest, NameIsEmptyWhenMemoryRunsOutAndNothingLeaks) {
+  ScopedCountingLibrary scope;
+  ASSERT_TRUE(scope.started());
+  const long live = Stats().live;
+  {
+    s_sysname = "Linux";
+    s_release = "5.7.1";
+    SSystemInfo info;
+    FailNthAllocation(1, true);
+    EXPECT_EQ(OvraGetSystemInfo(&info), 0u);
+    StopFailing();
+    EXPECT_TRUE(info.osName.IsEmpty());
+    EXPECT_EQ(info.majorVersion, 5);
+    EXPECT_EQ(info.minorVersion, 7);
+    EXPECT_EQ(info.revision, 1u);
+    EXPECT_EQ(OvraGetSystemInfo(&info), 0u);
+    EXPECT_EQ(ToU16(info.osName.GetString()), u"Linux");
+    EXPECT_EQ(s_calls, 2);
+  }
+  EXPECT_EQ(Stats().live, live);
 }
 
 }  // namespace
