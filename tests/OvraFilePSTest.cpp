@@ -98,7 +98,7 @@ TEST_F(FileModeTest, NewFileGetsTheUsualPermissions) {
 }
 
 TEST_F(FileModeTest, ADirectoryIsNotOpenedAsAFile) {
-  ASSERT_EQ(mkdir("d", 0755), 0);
+  ASSERT_TRUE(ovra_test::MakeDir("d"));
   TFile file;
   EXPECT_FALSE(file.Open(B("d"), 0, false));
   EXPECT_FALSE(file.Open(B("d"), TFile::kOpenWrite, false));
@@ -109,7 +109,8 @@ TEST_F(FileModeTest, ADirectoryIsNotOpenedAsAFile) {
 }
 
 TEST_F(FileModeTest, DanglingSymbolicLinkCannotBeOpenedForReading) {
-  ASSERT_EQ(symlink("nowhere", "dangling"), 0);
+  OVRA_REQUIRE_SYMLINKS();
+  ASSERT_TRUE(ovra_test::MakeSymlink("nowhere", "dangling"));
   TFile file;
   EXPECT_FALSE(file.Open(B("dangling"), 0, false));
   EXPECT_FALSE(file.Open(B("dangling"), TFile::kOpenWrite, false));
@@ -123,6 +124,7 @@ TEST_F(FileModeTest, FileInAMissingFolderCannotBeCreated) {
 }
 
 TEST_F(FileModeTest, UnreadableFileCannotBeOpened) {
+  OVRA_SKIP_PERMISSION_BITS();
   ASSERT_TRUE(WriteFile("secret", "s"));
   ASSERT_EQ(chmod("secret", 0), 0);
   const std::string path = At("secret");
@@ -137,7 +139,8 @@ TEST_F(FileModeTest, UnreadableFileCannotBeOpened) {
 }
 
 TEST_F(FileModeTest, FileInAFolderWithoutSearchPermissionCannotBeOpenedOrCreated) {
-  ASSERT_EQ(mkdir("closed", 0755), 0);
+  OVRA_SKIP_PERMISSION_BITS();
+  ASSERT_TRUE(ovra_test::MakeDir("closed"));
   ASSERT_TRUE(WriteFile("closed/inside", "i"));
   ASSERT_EQ(chmod("closed", 0), 0);
   const std::string inside = At("closed/inside");
@@ -430,7 +433,7 @@ TEST_F(LargeFileTest, InfoSizeOfFourGiBAndMoreIsCapped) {
 
 TEST_F(FileNameOpsTest, RenameMovesAFile) {
   ASSERT_TRUE(WriteFile("from", "payload"));
-  ASSERT_EQ(mkdir("d", 0755), 0);
+  ASSERT_TRUE(ovra_test::MakeDir("d"));
   EXPECT_TRUE(TFile::Rename(B("from"), B("d/to")));
   EXPECT_FALSE(Exists("from"));
   EXPECT_EQ(ReadFile("d/to"), "payload");
@@ -464,8 +467,8 @@ TEST_F(FileNameOpsTest, RenameKeepsNamesWithBlanksAndNonAsciiBytes) {
 
 TEST_F(FileNameOpsTest, RemoveDeletesFilesAndEmptyDirectories) {
   ASSERT_TRUE(WriteFile("f", "x"));
-  ASSERT_EQ(mkdir("empty", 0755), 0);
-  ASSERT_EQ(mkdir("full", 0755), 0);
+  ASSERT_TRUE(ovra_test::MakeDir("empty"));
+  ASSERT_TRUE(ovra_test::MakeDir("full"));
   ASSERT_TRUE(WriteFile("full/f", "x"));
   EXPECT_TRUE(TFile::Remove(B("f")));
   EXPECT_FALSE(Exists("f"));
@@ -478,9 +481,10 @@ TEST_F(FileNameOpsTest, RemoveDeletesFilesAndEmptyDirectories) {
 }
 
 TEST_F(FileNameOpsTest, RemoveOfALinkRemovesTheLinkOnly) {
+  OVRA_REQUIRE_SYMLINKS();
   ASSERT_TRUE(WriteFile("target", "t"));
-  ASSERT_EQ(symlink("target", "link"), 0);
-  ASSERT_EQ(symlink("nowhere", "dangling"), 0);
+  ASSERT_TRUE(ovra_test::MakeSymlink("target", "link"));
+  ASSERT_TRUE(ovra_test::MakeSymlink("nowhere", "dangling"));
   EXPECT_TRUE(TFile::Remove(B("link")));
   EXPECT_TRUE(TFile::Remove(B("dangling")));
   EXPECT_EQ(ReadFile("target"), "t");
@@ -500,7 +504,7 @@ TEST_F(FileNameOpsTest, RemoveRefusesANameThatWouldChangeOnItsWay) {
 }
 
 TEST_F(FileNameOpsTest, CreateDirectoryStripsTrailingSeparators) {
-  ASSERT_EQ(mkdir("a", 0755), 0);
+  ASSERT_TRUE(ovra_test::MakeDir("a"));
   EXPECT_TRUE(TFile::CreateDirectory(B("a/b/")));
   EXPECT_TRUE(IsDirectory("a/b"));
   EXPECT_TRUE(TFile::CreateDirectory(B("c///")));
@@ -508,7 +512,7 @@ TEST_F(FileNameOpsTest, CreateDirectoryStripsTrailingSeparators) {
 }
 
 TEST_F(FileNameOpsTest, CreateDirectoryOfAnExistingEntrySucceeds) {
-  ASSERT_EQ(mkdir("d", 0755), 0);
+  ASSERT_TRUE(ovra_test::MakeDir("d"));
   ASSERT_TRUE(WriteFile("f", "plain"));
   EXPECT_TRUE(TFile::CreateDirectory(B("d")));
   // The leniency extends to an existing plain file, which stays one.
@@ -544,7 +548,8 @@ TEST_F(FileNameOpsTest, CreateDirectoryFailures) {
 }
 
 TEST_F(FileNameOpsTest, CreateDirectoryInAnUnwritableFolderFails) {
-  ASSERT_EQ(mkdir("ro", 0555), 0);
+  OVRA_SKIP_PERMISSION_BITS();
+  ASSERT_TRUE(ovra_test::MakeDir("ro", 0555));
   ASSERT_EQ(chmod("ro", 0555), 0);
   const std::string path = At("ro/sub");
   const Unprivileged outcome = RunUnprivileged([path] { return !TFile::CreateDirectory(B(path)); });
@@ -555,8 +560,8 @@ TEST_F(FileNameOpsTest, CreateDirectoryInAnUnwritableFolderFails) {
 }
 
 TEST_F(FileNameOpsTest, RemoveDirectoryRemovesOnlyEmptyDirectories) {
-  ASSERT_EQ(mkdir("empty", 0755), 0);
-  ASSERT_EQ(mkdir("full", 0755), 0);
+  ASSERT_TRUE(ovra_test::MakeDir("empty"));
+  ASSERT_TRUE(ovra_test::MakeDir("full"));
   ASSERT_TRUE(WriteFile("full/f", "x"));
   ASSERT_TRUE(WriteFile("plain", "x"));
   EXPECT_TRUE(TFile::RemoveDirectory(B("empty")));
@@ -593,7 +598,7 @@ TEST_F(FileNameOpsTest, SetLastWriteTimeAcceptsTimesBefore1970) {
 }
 
 TEST_F(FileNameOpsTest, SetLastWriteTimeWorksOnDirectories) {
-  ASSERT_EQ(mkdir("d", 0755), 0);
+  ASSERT_TRUE(ovra_test::MakeDir("d"));
   EXPECT_TRUE(TFile::SetLastWriteTime(B("d/"), 123456789L));
   struct stat st;
   ASSERT_EQ(stat("d", &st), 0);
@@ -601,9 +606,10 @@ TEST_F(FileNameOpsTest, SetLastWriteTimeWorksOnDirectories) {
 }
 
 TEST_F(FileNameOpsTest, SetLastWriteTimeFailures) {
+  OVRA_REQUIRE_SYMLINKS();
   EXPECT_FALSE(TFile::SetLastWriteTime(B("missing"), 1L));
   EXPECT_FALSE(TFile::SetLastWriteTime(TBstr(), 1L));
-  ASSERT_EQ(symlink("nowhere", "dangling"), 0);
+  ASSERT_TRUE(ovra_test::MakeSymlink("nowhere", "dangling"));
   EXPECT_FALSE(TFile::SetLastWriteTime(B("dangling"), 1L));
 }
 
