@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 #include <stddef.h>
+#include <stdint.h>
 
 #include <string>
 
@@ -66,6 +67,14 @@ void UnmapRepeatedBlocks(unsigned char* base, size_t block, size_t blocks);
 // The system's own UTF-16 to UTF-8 conversion, which refuses lone
 // surrogates; false when it refuses.
 bool SystemUtf16ToUtf8(const unsigned short* units, size_t count, std::string& out);
+// len bytes of zeros, read-only, given pages only where read; null on failure.
+unsigned char* MapZeros(size_t len);
+// Loads the library at path (a new reference); null on failure.
+void* OpenModule(const std::string& path);
+void CloseModule(void* module);
+// The system's reading of a dotted IPv4 address in its one- to four-part
+// forms (host byte order); false when it refuses the text.
+bool SystemInetAddress(const char* text, uint32_t& address);
 // GetProcAddress on a module handle.
 void* HandleSymbol(void* module, const char* name);
 size_t PageSize();

@@ -8,6 +8,7 @@
 #ifndef NOMINMAX
 #define NOMINMAX
 #endif
+#include <winsock2.h>
 #include <windows.h>
 #include <winioctl.h>
 
@@ -209,6 +210,28 @@ bool SystemUtf16ToUtf8(const unsigned short* units, size_t count, std::string& o
   out.assign(static_cast<size_t>(n), '\0');
   return WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, wide, static_cast<int>(count), &out[0],
                              n, nullptr, nullptr) == n;
+}
+
+unsigned char* MapZeros(size_t len) {
+  return static_cast<unsigned char*>(
+      VirtualAlloc(nullptr, len, MEM_RESERVE | MEM_COMMIT, PAGE_READONLY));
+}
+
+void* OpenModule(const std::string& path) {
+  return reinterpret_cast<void*>(LoadLibraryW(Wide(Backslashed(path)).c_str()));
+}
+
+void CloseModule(void* module) { FreeLibrary(static_cast<HMODULE>(module)); }
+
+// inet_addr reads the same forms as inet_aton; its failure value is also the
+// reading of 255.255.255.255, which the text then has to spell.
+bool SystemInetAddress(const char* text, uint32_t& address) {
+  const unsigned long value = inet_addr(text);
+  address = ntohl(value);
+  if (value != INADDR_NONE) return true;
+  const std::string s = text;
+  return s == "255.255.255.255" || s == "4294967295" || s == "255.16777215" ||
+         s == "255.255.65535";
 }
 
 void* HandleSymbol(void* module, const char* name) {
