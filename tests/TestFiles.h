@@ -205,8 +205,9 @@ inline int LStat(const std::string& path, struct stat* st) {
 #endif
 }
 
-// Whether this process may make symbolic links: always on POSIX systems, on
-// Windows only with the privilege to create them (or developer mode).
+// Whether this process can make symbolic links: always on POSIX systems, on
+// Windows only with the privilege to create them (or developer mode) and a
+// system that really makes them.
 inline bool CanMakeSymlinks() {
 #if defined(_WIN32)
   return win::CanMakeSymlinks();
@@ -294,7 +295,7 @@ class FileSweepTest : public SweepTest {
 // them.
 #define OVRA_REQUIRE_SYMLINKS()                                                        \
   if (!ovra_test::CanMakeSymlinks())                                                   \
-  OVRA_SKIP_ON_WINDOWS("making symbolic links needs a privilege (or developer mode) " \
-                       "this account does not have")
+  OVRA_SKIP_ON_WINDOWS("this account cannot make symbolic links here (it needs the "  \
+                       "privilege to create them, or developer mode)")
 
 #endif

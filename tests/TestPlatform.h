@@ -47,8 +47,8 @@ bool ChangeDirectory(const std::string& path);
 // The full path of an existing file or folder, links resolved; empty when
 // there is none.
 std::string RealPath(const std::string& path);
-// Whether this account may make symbolic links (it needs the privilege to
-// create them, or developer mode).
+// Whether this account can make symbolic links (it needs the privilege to
+// create them, or developer mode, and a system that makes them).
 bool CanMakeSymlinks();
 bool MakeSymlink(const std::string& target, const std::string& link);
 // Whether the library file at path is loaded in the process (not loading it).

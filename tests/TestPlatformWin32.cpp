@@ -49,14 +49,29 @@ std::string Backslashed(std::string path) {
   return path;
 }
 
+// The attributes of the entry itself, a link not followed: opening the
+// reparse point reads the link even where the name lookup follows it (Wine
+// does, and a dangling link then looks absent).
+DWORD Attributes(const std::wstring& path) {
+  const HANDLE file = CreateFileW(path.c_str(), 0,
+                                  FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                  OPEN_EXISTING,
+                                  FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+  if (file == INVALID_HANDLE_VALUE) return GetFileAttributesW(path.c_str());
+  BY_HANDLE_FILE_INFORMATION info;
+  const bool ok = GetFileInformationByHandle(file, &info) != 0;
+  CloseHandle(file);
+  return ok ? info.dwFileAttributes : GetFileAttributesW(path.c_str());
+}
+
 }  // namespace
 
 bool Exists(const std::string& path) {
-  return GetFileAttributesW(Wide(path).c_str()) != INVALID_FILE_ATTRIBUTES;
+  return Attributes(Wide(path)) != INVALID_FILE_ATTRIBUTES;
 }
 
 bool IsDirectory(const std::string& path) {
-  const DWORD attributes = GetFileAttributesW(Wide(path).c_str());
+  const DWORD attributes = Attributes(Wide(path));
   return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) &&
          !(attributes & FILE_ATTRIBUTE_REPARSE_POINT);
 }
@@ -89,7 +104,7 @@ bool MakeSparseFile(const std::string& path, long long size) {
 
 void RemoveTree(const std::string& path) {
   const std::wstring wide = Wide(path);
-  const DWORD attributes = GetFileAttributesW(wide.c_str());
+  const DWORD attributes = Attributes(wide);
   if (attributes == INVALID_FILE_ATTRIBUTES) return;
   if (attributes & FILE_ATTRIBUTE_READONLY) {
     SetFileAttributesW(wide.c_str(), attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
@@ -163,9 +178,11 @@ bool CanMakeSymlinks() {
     const std::string folder = MakeTempFolder("ovra-link-probe");
     if (folder.empty()) return 0;
     const std::wstring link = Wide(folder + "\\probe");
+    // Some systems report success and make nothing: the link must be there.
     const bool made = CreateSymbolicLinkW(link.c_str(), L"nowhere",
-                                          SYMBOLIC_LINK_FLAG_ALLOW_UNPRIVILEGED_CREATE) != 0;
-    if (made) DeleteFileW(link.c_str());
+                                          SYMBOLIC_LINK_FLAG_ALLOW_UNPRIVILEGED_CREATE) != 0 &&
+                      Attributes(link) != INVALID_FILE_ATTRIBUTES;
+    DeleteFileW(link.c_str());
     RemoveDirectoryW(Wide(folder).c_str());
     return made ? 1 : 0;
   }();
