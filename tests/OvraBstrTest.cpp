@@ -4,12 +4,12 @@
 #include "OvraBstr.h"
 
 #include <gtest/gtest.h>
-#include <iconv.h>
 #include <limits.h>
 #include <stdint.h>
 #include <string.h>
-#include <sys/mman.h>
-#include <unistd.h>
+#if !defined(_WIN32)
+#include <iconv.h>
+#endif
 
 #include <random>
 #include <string>
@@ -239,38 +239,19 @@ TEST(Utf8ByteLenTest, StopsAtTheFirstZeroCharacterWhateverTheLengthField) {
 // again and again, then a page with the terminator.
 TEST(Utf8ByteLenTest, SaturatesAtIntMaxInsteadOfWrapping) {
   if (sizeof(void*) < 8) GTEST_SKIP() << "needs a 64-bit address space";
+  OVRA_REQUIRE_REPEATED_MAPPING();
   const size_t block = 1 << 20;
   const size_t blocks = (static_cast<size_t>(INT_MAX) / 3 + 1) * 2 / block + 1;
-  const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-  const int fd = memfd_create("ovra-utf8", 0);
-  ASSERT_GE(fd, 0);
-  ASSERT_EQ(ftruncate(fd, static_cast<off_t>(block + page)), 0);
-  unsigned short* fill = static_cast<unsigned short*>(
-      mmap(nullptr, block + page, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0));
-  ASSERT_NE(fill, MAP_FAILED);
-  for (size_t i = 0; i < block / 2; ++i) fill[i] = 0x0800;
-  for (size_t i = block / 2; i < (block + page) / 2; ++i) fill[i] = 0;
-  munmap(fill, block + page);
-  const size_t total = blocks * block + page;
-  unsigned char* base = static_cast<unsigned char*>(
-      mmap(nullptr, total, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0));
-  ASSERT_NE(base, MAP_FAILED);
-  bool mapped = true;
-  for (size_t i = 0; i < blocks && mapped; ++i) {
-    mapped = mmap(base + i * block, block, PROT_READ, MAP_SHARED | MAP_FIXED, fd, 0) != MAP_FAILED;
-  }
-  mapped = mapped && mmap(base + blocks * block, page, PROT_READ, MAP_SHARED | MAP_FIXED, fd,
-                          static_cast<off_t>(block)) != MAP_FAILED;
-  close(fd);
-  if (mapped) {
-    const unsigned short* text = reinterpret_cast<const unsigned short*>(base);
-    EXPECT_GT(blocks * block / 2 * 3, static_cast<size_t>(INT_MAX));
-    EXPECT_EQ(OvraStringUtf8ByteLen(text), INT_MAX);
-    // A shorter text from the same mapping is still counted exactly.
-    EXPECT_EQ(OvraStringUtf8ByteLen(text + blocks * block / 2 - 1000), 3000);
-  }
-  munmap(base, total);
-  ASSERT_TRUE(mapped);
+  const size_t page = 4096;
+  const unsigned short kThreeByte = 0x0800;
+  const std::vector<unsigned short> terminators(page / 2, 0);
+  RepeatedMapping source(&kThreeByte, 2, blocks * block + page, terminators.data(), page, false);
+  ASSERT_NE(source.Data(), nullptr);
+  const unsigned short* text = reinterpret_cast<const unsigned short*>(source.Data());
+  EXPECT_GT(blocks * block / 2 * 3, static_cast<size_t>(INT_MAX));
+  EXPECT_EQ(OvraStringUtf8ByteLen(text), INT_MAX);
+  // A shorter text from the same mapping is still counted exactly.
+  EXPECT_EQ(OvraStringUtf8ByteLen(text + blocks * block / 2 - 1000), 3000);
 }
 
 // 715,827,883 three-byte characters need 2,147,483,649 bytes: with a size of
@@ -279,6 +260,7 @@ TEST(Utf8ByteLenTest, SaturatesAtIntMaxInsteadOfWrapping) {
 TEST(Utf8EncodeTest, ResultNeverPassesIntMaxWhenTheSizeIsNearIt) {
   if (sizeof(void*) < 8) GTEST_SKIP() << "needs a 64-bit address space";
   if (kAddressSanitized) GTEST_SKIP() << "gigabytes of checked accesses: run uninstrumented";
+  OVRA_REQUIRE_REPEATED_MAPPING();
   const unsigned short kThreeByte = 0x0800;
   const size_t count = static_cast<size_t>(INT_MAX) / 3 + 1;
   RepeatedMapping source(&kThreeByte, 2, count * 2, nullptr, 0, false);
@@ -298,6 +280,7 @@ TEST(Utf8EncodeTest, ResultNeverPassesIntMaxWhenTheSizeIsNearIt) {
 TEST(Utf8DecodeTest, DecodesIntMaxBytesIntoIntMaxCharacters) {
   if (sizeof(void*) < 8) GTEST_SKIP() << "needs a 64-bit address space";
   if (kAddressSanitized) GTEST_SKIP() << "gigabytes of checked accesses: run uninstrumented";
+  OVRA_REQUIRE_REPEATED_MAPPING();
   const char letter = 'q';
   const char tail[4] = {'q', 'q', 'q', 'z'};
   RepeatedMapping source(&letter, 1, static_cast<size_t>(INT_MAX) + 1, tail, 4, false);
@@ -448,9 +431,21 @@ TEST(Utf8RoundTripTest, AllCodeUnitsInOneTextRoundTrip) {
   EXPECT_EQ(OvraStringUtf8ByteLen(terminated.data()), bytes - 1);
 }
 
-// The C library's converter is an independent reference for every code unit
-// that is not a surrogate (which it rightly refuses to encode alone).
+// The system's converter (the C library's iconv; on Windows, which has none,
+// WideCharToMultiByte) is an independent reference for every code unit that
+// is not a surrogate (which it rightly refuses to encode alone).
 TEST(Utf8RoundTripTest, EveryNonSurrogateMatchesTheCLibraryConverter) {
+#if defined(_WIN32)
+  for (unsigned c = 1; c <= 0xFFFF; ++c) {
+    if (c >= 0xD800 && c <= 0xDFFF) continue;
+    const unsigned short unit = static_cast<unsigned short>(c);
+    std::string reference;
+    ASSERT_TRUE(win::SystemUtf16ToUtf8(&unit, 1, reference)) << c;
+    char mine[8];
+    const int n = OvraStringToUtf8(&unit, 1, mine, 8);
+    ASSERT_EQ(std::string(mine, static_cast<size_t>(n)), reference) << "code unit " << c;
+  }
+#else
   iconv_t cd = iconv_open("UTF-8", "UTF-16LE");
   ASSERT_NE(cd, reinterpret_cast<iconv_t>(-1));
   for (unsigned c = 1; c <= 0xFFFF; ++c) {
@@ -469,6 +464,7 @@ TEST(Utf8RoundTripTest, EveryNonSurrogateMatchesTheCLibraryConverter) {
     ASSERT_EQ(std::string(mine, static_cast<size_t>(n)), reference) << "code unit " << c;
   }
   iconv_close(cd);
+#endif
 }
 
 // Random text: runs of ASCII of every length (so that chunked copying meets

@@ -3,11 +3,14 @@
 // against OpenSSL's libcrypto.
 #include <gtest/gtest.h>
 #include <string.h>
+#if !defined(_WIN32)
 #include <sys/mman.h>
+#endif
 
 #include <memory>
 #include <vector>
 
+#include "TestPlatform.h"
 #include "DigestReference.h"
 #include "OvraCryptDigest.h"
 
@@ -314,11 +317,19 @@ class CountOnlyDigest : public CountVisible<TMd5Digest> {
 class ZeroRegion {
  public:
   explicit ZeroRegion(size_t len) : m_len(len) {
+#if defined(_WIN32)
+    m_p = ovra_test::win::MapZeros(len);
+#else
     m_p = mmap(nullptr, len, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (m_p == MAP_FAILED) m_p = nullptr;
+#endif
   }
   ~ZeroRegion() {
+#if defined(_WIN32)
+    if (m_p) ovra_test::win::UnmapPages(static_cast<unsigned char*>(m_p), m_len);
+#else
     if (m_p) munmap(m_p, m_len);
+#endif
   }
   const unsigned char* data() const { return static_cast<const unsigned char*>(m_p); }
 

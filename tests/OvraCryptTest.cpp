@@ -307,6 +307,7 @@ TEST(Base64Test, ArbitraryBytesAreDecodedWithinTheDocumentedBuffers) {
 TEST(Base64Test, EncodesIntMaxBytesWithAnExactCount) {
   if (sizeof(void*) < 8) GTEST_SKIP() << "needs a 64-bit address space";
   if (ovra_test::kAddressSanitized) GTEST_SKIP() << "gigabytes of checked accesses: run uninstrumented";
+  OVRA_REQUIRE_REPEATED_MAPPING();
   const unsigned char zero = 0;
   ovra_test::RepeatedMapping data(&zero, 1, static_cast<size_t>(INT_MAX) + 1, nullptr, 0, false);
   const size_t textSize = (static_cast<size_t>(INT_MAX) + 2) / 3 * 4 + 1;
@@ -1069,7 +1070,7 @@ TEST(CipherFrameworkTest, AMessageSplitIntoCallsEncryptsAsOneCall) {
       size_t pos = 0;
       const size_t wholeBlocks = len / bs * bs;
       while (pos < wholeBlocks && rng() % 3) {
-        const size_t run = std::min(wholeBlocks - pos, (rng() % 4) * bs);
+        const size_t run = std::min<size_t>(wholeBlocks - pos, (rng() % 4) * bs);
         ASSERT_EQ(parts.EncryptData(b.data() + pos, static_cast<unsigned>(run), false), run);
         pos += run;
       }

@@ -40,7 +40,7 @@ std::set<std::string> Level(const std::string& pattern) {
 }
 
 TEST_F(FinderLevelTest, FirstEntryIsLoadedAndTheRestFollow) {
-  ASSERT_EQ(mkdir("d", 0755), 0);
+  ASSERT_TRUE(ovra_test::MakeDir("d"));
   ASSERT_TRUE(WriteFile("d/a", "1"));
   ASSERT_TRUE(WriteFile("d/b", "22"));
   ASSERT_TRUE(WriteFile("d/c", "333"));
@@ -48,11 +48,11 @@ TEST_F(FinderLevelTest, FirstEntryIsLoadedAndTheRestFollow) {
 }
 
 TEST_F(FinderLevelTest, RecordHoldsTheEntrysOwnData) {
-  ASSERT_EQ(mkdir("d", 0755), 0);
+  ASSERT_TRUE(ovra_test::MakeDir("d"));
   ASSERT_TRUE(WriteFile("d/file", "0123456789"));
   ASSERT_TRUE(TFile::SetLastWriteTime(B("d/file"), 987654321L));
   struct stat st;
-  ASSERT_EQ(lstat("d/file", &st), 0);
+  ASSERT_EQ(ovra_test::LStat("d/file", &st), 0);
   TFileInfo info;
   void* handle = TFileFinder::FileFinderFind(B("d/file"), info);
   ASSERT_NE(handle, kInvalidHandleValue);
@@ -68,10 +68,11 @@ TEST_F(FinderLevelTest, RecordHoldsTheEntrysOwnData) {
 }
 
 TEST_F(FinderLevelTest, LinksAreExaminedThemselves) {
-  ASSERT_EQ(mkdir("d", 0755), 0);
-  ASSERT_EQ(mkdir("target", 0755), 0);
-  ASSERT_EQ(symlink("../target", "d/dirlink"), 0);
-  ASSERT_EQ(symlink("gone", "d/dangling"), 0);
+  OVRA_REQUIRE_SYMLINKS();
+  ASSERT_TRUE(ovra_test::MakeDir("d"));
+  ASSERT_TRUE(ovra_test::MakeDir("target"));
+  ASSERT_TRUE(ovra_test::MakeSymlink("../target", "d/dirlink"));
+  ASSERT_TRUE(ovra_test::MakeSymlink("gone", "d/dangling"));
   TFileInfo info;
   void* handle = TFileFinder::FileFinderFind(B("d/*"), info);
   ASSERT_NE(handle, kInvalidHandleValue);
@@ -97,7 +98,7 @@ TEST_F(FinderLevelTest, RootPatternReturnsTheRootItself) {
 }
 
 TEST_F(FinderLevelTest, HiddenEntriesNeedAPatternBeginningWithADot) {
-  ASSERT_EQ(mkdir("d", 0755), 0);
+  ASSERT_TRUE(ovra_test::MakeDir("d"));
   ASSERT_TRUE(WriteFile("d/.hidden", "h"));
   ASSERT_TRUE(WriteFile("d/shown", "s"));
   EXPECT_EQ(Level("d/*"), (std::set<std::string>{"shown"}));
@@ -106,7 +107,7 @@ TEST_F(FinderLevelTest, HiddenEntriesNeedAPatternBeginningWithADot) {
 }
 
 TEST_F(FinderLevelTest, PatternCharactersAreTheSystems) {
-  ASSERT_EQ(mkdir("d", 0755), 0);
+  ASSERT_TRUE(ovra_test::MakeDir("d"));
   for (const char* name : {"a1", "a2", "b1", "a[1]", "x*y"}) ASSERT_TRUE(WriteFile(std::string("d/") + name, "x"));
   EXPECT_EQ(Level("d/a?"), (std::set<std::string>{"a1", "a2"}));
   EXPECT_EQ(Level("d/[ab]1"), (std::set<std::string>{"a1", "b1"}));
@@ -115,7 +116,7 @@ TEST_F(FinderLevelTest, PatternCharactersAreTheSystems) {
 }
 
 TEST_F(FinderLevelTest, EntriesThatVanishAfterTheExpansionAreSkipped) {
-  ASSERT_EQ(mkdir("d", 0755), 0);
+  ASSERT_TRUE(ovra_test::MakeDir("d"));
   for (int i = 0; i < 10; ++i) ASSERT_TRUE(WriteFile("d/f" + std::to_string(i), "x"));
   TFileInfo info;
   void* handle = TFileFinder::FileFinderFind(B("d/*"), info);
@@ -130,7 +131,7 @@ TEST_F(FinderLevelTest, EntriesThatVanishAfterTheExpansionAreSkipped) {
     ASSERT_EQ(unlink(("d/" + name).c_str()), 0);
     if (replaced.empty()) {
       replaced = name;
-      ASSERT_EQ(mkdir(("d/" + name).c_str(), 0755), 0);
+      ASSERT_TRUE(ovra_test::MakeDir(("d/" + name).c_str()));
     }
   }
   ASSERT_TRUE(TFileFinder::FileFinderFindNext(handle, info));
@@ -158,7 +159,8 @@ TEST_F(FinderLevelTest, NullHandleIsIgnored) {
 }
 
 TEST_F(FinderLevelTest, UnreadableDirectoryHasNoEntries) {
-  ASSERT_EQ(mkdir("locked", 0755), 0);
+  OVRA_SKIP_PERMISSION_BITS();
+  ASSERT_TRUE(ovra_test::MakeDir("locked"));
   ASSERT_TRUE(WriteFile("locked/inside", "x"));
   ASSERT_EQ(chmod("locked", 0), 0);
   const std::string pattern = At("locked/*");
@@ -176,7 +178,8 @@ TEST_F(FinderLevelTest, UnreadableDirectoryHasNoEntries) {
 // A search-only directory (no permission to list it) can still be looked
 // into by exact name: the entry is examined and reported.
 TEST_F(FinderLevelTest, ExactNameInASearchOnlyDirectoryIsReported) {
-  ASSERT_EQ(mkdir("passage", 0755), 0);
+  OVRA_SKIP_PERMISSION_BITS();
+  ASSERT_TRUE(ovra_test::MakeDir("passage"));
   ASSERT_TRUE(WriteFile("passage/inside", "12345"));
   ASSERT_EQ(chmod("passage", 0111), 0);
   const std::string exact = At("passage/inside");
@@ -200,7 +203,7 @@ TEST_F(FinderLevelTest, EntriesOfDifferentDirectoriesAreEachExaminedInTheirOwn) 
   const char* const kDirectories[] = {"a1", "a2", "a3"};
   std::set<std::string> expected;
   for (int i = 0; i < 3; ++i) {
-    ASSERT_EQ(mkdir(kDirectories[i], 0755), 0);
+    ASSERT_TRUE(ovra_test::MakeDir(kDirectories[i]));
     // Same names everywhere, with sizes that tell the directories apart.
     for (int f = 0; f < 3; ++f) {
       const std::string name = std::string(kDirectories[i]) + "/f" + std::to_string(f);
@@ -208,7 +211,7 @@ TEST_F(FinderLevelTest, EntriesOfDifferentDirectoriesAreEachExaminedInTheirOwn) 
       expected.insert("f" + std::to_string(f) + ":" + std::to_string(10 * i + f + 1));
     }
   }
-  ASSERT_EQ(mkdir("a3/f3", 0755), 0);
+  ASSERT_TRUE(ovra_test::MakeDir("a3/f3"));
   expected.insert("f3:dir");
   std::set<std::string> seen;
   TFileInfo info;
@@ -233,7 +236,7 @@ TEST_F(FinderLevelTest, SizeOfFourGiBAndMoreIsCappedNotWrapped) {
 }
 
 TEST_F(FinderLevelTest, LongNamesAreWidenedWhole) {
-  ASSERT_EQ(mkdir("d", 0755), 0);
+  ASSERT_TRUE(ovra_test::MakeDir("d"));
   const std::string longName(255, 'n');  // beyond the stack work area
   const std::string shortName(200, 's');
   ASSERT_TRUE(WriteFile("d/" + longName, "x"));
@@ -242,7 +245,7 @@ TEST_F(FinderLevelTest, LongNamesAreWidenedWhole) {
 }
 
 TEST_F(FinderLevelTest, AllocationFailuresGiveNoHandleOrSkipAndNeverLeak) {
-  ASSERT_EQ(mkdir("d", 0755), 0);
+  ASSERT_TRUE(ovra_test::MakeDir("d"));
   ASSERT_TRUE(WriteFile("d/only", "x"));
   ovra_test::SweepAllocationFailures([](ovra_test::FailurePoint& point) {
     const TBstr pattern = B("d/*");

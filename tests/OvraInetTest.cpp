@@ -2,15 +2,18 @@
 // OvraInetNtoAEx.
 #include "OvraInet.h"
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <stdio.h>
+#if !defined(_WIN32)
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#endif
 
 #include <random>
 #include <string>
 #include <vector>
 
+#include "TestPlatform.h"
 #include "TestAllocator.h"
 #include "TestBstr.h"
 #include "TestWide.h"
@@ -312,11 +315,17 @@ TEST(InetAtoNTest, AgreesWithTheSystemOnPlainDecimalAddresses) {
       if (i) text += '.';
       text += std::to_string(value);
     }
-    in_addr system;
-    ASSERT_EQ(inet_aton(text.c_str(), &system), 1) << text;
+#if defined(_WIN32)
+    uint32_t system = 0;
+    ASSERT_TRUE(ovra_test::win::SystemInetAddress(text.c_str(), system)) << text;
+#else
+    in_addr address;
+    ASSERT_EQ(inet_aton(text.c_str(), &address), 1) << text;
+    const uint32_t system = ntohl(address.s_addr);
+#endif
     const Parsed p = Parse(Wide(text));
     ASSERT_TRUE(p.ok) << text;
-    EXPECT_EQ(p.address, ntohl(system.s_addr)) << text;
+    EXPECT_EQ(p.address, system) << text;
     EXPECT_EQ(p.port, 0) << text;
   }
 }

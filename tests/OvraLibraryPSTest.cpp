@@ -3,12 +3,14 @@
 // LibraryFree and LibraryGetProcAddress.
 #include "OvraLibrary.h"
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
+#if !defined(_WIN32)
+#include <dlfcn.h>
 #include <unistd.h>
+#endif
 
 #include <string>
 #include <vector>
@@ -47,7 +49,7 @@ bool MakeFolders(const std::string& base, const std::string& path) {
     size_t end = path.find('/', start);
     if (end == std::string::npos) end = path.size();
     current = path.substr(0, end);
-    if (mkdir(current.c_str(), 0700) != 0) return false;
+    if (!MakeDir(current, 0700)) return false;
     start = end + 1;
   }
   return true;
@@ -71,16 +73,17 @@ TEST_F(LibraryPSTest, LibraryLoadOpensTheFileAndHandsItsAbsolutePathToInit) {
   void* handle = TLibrary::LibraryLoad(Spec(PluginDir() + "/../plugins/./" + kAccept));
   ASSERT_NE(handle, kInvalidHandleValue);
   EXPECT_EQ(PluginEvents(), Events{InitEvent("accept", PluginPath(kAccept))});
-  EXPECT_NE(dlsym(handle, "PluginAcceptIdentity"), nullptr);
+  EXPECT_NE(LoaderSymbol(handle, "PluginAcceptIdentity"), nullptr);
   EXPECT_TRUE(TLibrary::LibraryFree(handle));
   EXPECT_EQ(PluginEvents().back(), "accept:term");
 }
 
 TEST_F(LibraryPSTest, LibraryLoadResolvesOnlyTheFolderNotTheFileName) {
+  OVRA_REQUIRE_SYMLINKS();
   TempDir dir;
   ASSERT_FALSE(dir.path().empty());
   const std::string link = dir.path() + "/libalias.so";
-  ASSERT_EQ(symlink(OVRA_TEST_PLUGIN_ACCEPT, link.c_str()), 0);
+  ASSERT_TRUE(MakeSymlink(OVRA_TEST_PLUGIN_ACCEPT, link));
   void* handle = TLibrary::LibraryLoad(Spec(link));
   ASSERT_NE(handle, kInvalidHandleValue);
   EXPECT_EQ(PluginEvents(), Events{InitEvent("accept", link)});
@@ -138,6 +141,7 @@ TEST_F(LibraryPSTest, SpecOfUpTo1023BytesLoadsAndALongerOneFails) {
 }
 
 TEST_F(LibraryPSTest, AbsolutePathOfUpTo1023BytesLoadsAndALongerOneFails) {
+  OVRA_REQUIRE_SYMLINKS();
   // A short spec in a deep folder: only the absolute path is long.
   TempDir base;
   ASSERT_FALSE(base.path().empty());
@@ -149,7 +153,7 @@ TEST_F(LibraryPSTest, AbsolutePathOfUpTo1023BytesLoadsAndALongerOneFails) {
   ASSERT_EQ(overflows.size(), fitting + 1);
   for (const std::string& folder : {fits, overflows}) {
     ASSERT_TRUE(MakeFolders(base.path(), folder)) << folder;
-    ASSERT_EQ(symlink(OVRA_TEST_PLUGIN_ACCEPT, (folder + "/" + name).c_str()), 0);
+    ASSERT_TRUE(MakeSymlink(OVRA_TEST_PLUGIN_ACCEPT, (folder + "/" + name)));
   }
   {
     ScopedWorkingDirectory cwd(fits);
@@ -173,11 +177,12 @@ TEST_F(LibraryPSTest, AbsolutePathOfUpTo1023BytesLoadsAndALongerOneFails) {
 }
 
 TEST_F(LibraryPSTest, SpecWithoutAnExactSingleByteFormIsRefused) {
+  OVRA_REQUIRE_SYMLINKS();
   // Narrowed, these specs would name existing files: "lib?.so" (for U+0100)
   // and the plugin itself (for the text cut at the zero character).
   TempDir dir;
   ASSERT_FALSE(dir.path().empty());
-  ASSERT_EQ(symlink(OVRA_TEST_PLUGIN_ACCEPT, (dir.path() + "/lib?.so").c_str()), 0);
+  ASSERT_TRUE(MakeSymlink(OVRA_TEST_PLUGIN_ACCEPT, (dir.path() + "/lib?.so")));
   ScopedWorkingDirectory cwd(dir.path());
   ASSERT_TRUE(cwd.changed());
   void* handle = TLibrary::LibraryLoad(TBstr("lib?.so"));
@@ -251,7 +256,7 @@ TEST_F(LibraryPSTest, LibraryGetProcAddressIsTheLoadersLookup) {
   void* handle = TLibrary::LibraryLoad(Spec(PluginPath(kPlain)));
   ASSERT_NE(handle, kInvalidHandleValue);
   EXPECT_EQ(TLibrary::LibraryGetProcAddress(handle, TBstr("PluginPlainAnswer")),
-            reinterpret_cast<OvraProc>(dlsym(handle, "PluginPlainAnswer")));
+            reinterpret_cast<OvraProc>(LoaderSymbol(handle, "PluginPlainAnswer")));
   // The libraries it depends on are searched too.
   EXPECT_EQ(reinterpret_cast<void*>(TLibrary::LibraryGetProcAddress(handle, TBstr("OvraStringLen"))),
             reinterpret_cast<void*>(&OvraStringLen));

@@ -1,7 +1,9 @@
 // Tests of the counted start-up and shutdown chain.
 #include "Ovra.h"
 
+#if !defined(_WIN32)
 #include <dlfcn.h>
+#endif
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
@@ -10,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "TestPlatform.h"
 #include "AllocSweep.h"
 #include "OvraBstr.h"
 #include "OvraMem.h"
@@ -307,20 +310,31 @@ TEST_F(LifecycleTest, ModuleInstanceIsAlwaysNull) {
 
 // The loader finds the entry points by their plain names in the library file.
 TEST_F(LifecycleTest, EntryPointsAreFoundByTheirPlainNames) {
+#if defined(_WIN32)
+  void* handle = ovra_test::win::OpenModule(OVRA_LIBRARY_FILE);
+  ASSERT_NE(handle, nullptr);
+  auto lookup = [handle](const char* name) { return ovra_test::win::HandleSymbol(handle, name); };
+#else
   void* handle = dlopen(OVRA_LIBRARY_FILE, RTLD_LAZY);
   ASSERT_NE(handle, nullptr) << dlerror();
+  auto lookup = [handle](const char* name) { return dlsym(handle, name); };
+#endif
   using InitFn = bool (*)(const TBstr&);
   using TermFn = void (*)();
-  InitFn init = reinterpret_cast<InitFn>(dlsym(handle, "SharedLibInit"));
-  TermFn term = reinterpret_cast<TermFn>(dlsym(handle, "SharedLibTerm"));
+  InitFn init = reinterpret_cast<InitFn>(lookup("SharedLibInit"));
+  TermFn term = reinterpret_cast<TermFn>(lookup("SharedLibTerm"));
   ASSERT_NE(init, nullptr);
   ASSERT_NE(term, nullptr);
-  EXPECT_NE(dlsym(handle, "OvraGetModuleFileSpec"), nullptr);
-  EXPECT_NE(dlsym(handle, "OvraGetModuleInstance"), nullptr);
+  EXPECT_NE(lookup("OvraGetModuleFileSpec"), nullptr);
+  EXPECT_NE(lookup("OvraGetModuleInstance"), nullptr);
   EXPECT_TRUE(init(TBstr(OVRA_LIBRARY_FILE)));
   EXPECT_EQ(OvraGetModuleFileSpec().Compare(TBstr(OVRA_LIBRARY_FILE).GetString()), 0);
   term();
+#if defined(_WIN32)
+  ovra_test::win::CloseModule(handle);
+#else
   dlclose(handle);
+#endif
 }
 
 // --- Allocation failures ---------------------------------------------------

@@ -6,12 +6,15 @@
 #include <gtest/gtest.h>
 #include <stdint.h>
 #include <string.h>
+#if !defined(_WIN32)
 #include <sys/mman.h>
 #include <unistd.h>
+#endif
 
 #include <string>
 #include <vector>
 
+#include "TestPlatform.h"
 #include "OvraText.h"
 
 namespace {
@@ -306,12 +309,28 @@ TEST_P(TextKernelTest, SingleByteConversionsAgree) {
   }
 }
 
+size_t PageSize() {
+#if defined(_WIN32)
+  return ovra_test::win::PageSize();
+#else
+  return static_cast<size_t>(sysconf(_SC_PAGESIZE));
+#endif
+}
+
 // Two pages readable and writable followed by one that is not: data placed
 // to end exactly at the guard makes any read or write past it fault.
 class TGuardedPages {
  public:
   TGuardedPages() {
-    page_ = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    page_ = PageSize();
+#if defined(_WIN32)
+    base_ = ovra_test::win::MapPages(4);
+    if (base_) {
+      // Guards on both sides: [guard][page][page][guard].
+      ovra_test::win::ProtectNoAccess(base_, page_);
+      ovra_test::win::ProtectNoAccess(base_ + 3 * page_, page_);
+    }
+#else
     void* p = mmap(nullptr, 4 * page_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     base_ = p == MAP_FAILED ? nullptr : static_cast<unsigned char*>(p);
     if (base_) {
@@ -319,9 +338,14 @@ class TGuardedPages {
       mprotect(base_, page_, PROT_NONE);
       mprotect(base_ + 3 * page_, page_, PROT_NONE);
     }
+#endif
   }
   ~TGuardedPages() {
+#if defined(_WIN32)
+    if (base_) ovra_test::win::UnmapPages(base_, 4);
+#else
     if (base_) munmap(base_, 4 * page_);
+#endif
   }
   bool ok() const { return base_ != nullptr; }
   // The first usable byte, just after the lower guard.
@@ -395,7 +419,7 @@ TEST_P(TextKernelTest, StringsStartingAfterAnInaccessiblePageAreReadSafely) {
 TEST_P(TextKernelTest, ComparisonsAgreeWhereEitherStringCrossesAPage) {
   TGuardedPages pa, pb;
   ASSERT_TRUE(pa.ok() && pb.ok());
-  const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+  const size_t page = PageSize();
   TRandom r(111);
   const size_t kLength = 160;
   for (size_t before = 0; before <= 2 * 72; before += 2) {

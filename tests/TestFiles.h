@@ -5,17 +5,19 @@
 #ifndef OVRA_TESTS_TESTFILES_H
 #define OVRA_TESTS_TESTFILES_H
 
-#include <dirent.h>
-#include <fcntl.h>
-#include <grp.h>
 #include <gtest/gtest.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <sys/types.h>
+#if !defined(_WIN32)
+#include <dirent.h>
+#include <fcntl.h>
+#include <grp.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#endif
 
 #include <functional>
 #include <string>
@@ -23,6 +25,7 @@
 
 #include "OvraBstr.h"
 #include "TestBstr.h"
+#include "TestPlatform.h"
 
 namespace ovra_test {
 
@@ -38,6 +41,11 @@ inline std::string Narrow(const TBstr& s) {
   return out;
 }
 
+#if defined(_WIN32)
+inline bool Exists(const std::string& path) { return win::Exists(path); }
+inline bool IsDirectory(const std::string& path) { return win::IsDirectory(path); }
+inline long long SizeOf(const std::string& path) { return win::SizeOf(path); }
+#else
 inline bool Exists(const std::string& path) {
   struct stat st;
   return lstat(path.c_str(), &st) == 0;
@@ -52,6 +60,7 @@ inline long long SizeOf(const std::string& path) {
   struct stat st;
   return lstat(path.c_str(), &st) == 0 ? static_cast<long long>(st.st_size) : -1;
 }
+#endif
 
 inline bool WriteFile(const std::string& path, const std::string& bytes) {
   FILE* f = fopen(path.c_str(), "wb");
@@ -73,6 +82,11 @@ inline std::string ReadFile(const std::string& path) {
 
 // A file of the given size without data blocks (holes read as zeros). False
 // when the file system refuses the size.
+#if defined(_WIN32)
+inline bool MakeSparseFile(const std::string& path, long long size) {
+  return win::MakeSparseFile(path, size);
+}
+#else
 inline bool MakeSparseFile(const std::string& path, long long size) {
   const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
   if (fd < 0) return false;
@@ -80,9 +94,13 @@ inline bool MakeSparseFile(const std::string& path, long long size) {
   close(fd);
   return ok;
 }
+#endif
 
 // Removes a tree without following links, first giving back any permission a
 // test took away.
+#if defined(_WIN32)
+inline void RemoveTree(const std::string& path) { win::RemoveTree(path); }
+#else
 inline void RemoveTree(const std::string& path) {
   struct stat st;
   if (lstat(path.c_str(), &st) != 0) return;
@@ -101,8 +119,14 @@ inline void RemoveTree(const std::string& path) {
     unlink(path.c_str());
   }
 }
+#endif
 
+#if defined(_WIN32)
+// No account the tests run under is exempt from the access checks they make.
+inline bool RunningAsRoot() { return false; }
+#else
 inline bool RunningAsRoot() { return geteuid() == 0; }
+#endif
 
 // The outcome of a check run without root's privileges.
 enum class Unprivileged { kPassed, kFailed, kUnavailable };
@@ -114,6 +138,9 @@ enum class Unprivileged { kPassed, kFailed, kUnavailable };
 // be changed.
 inline Unprivileged RunUnprivileged(const std::function<bool()>& check) {
   if (!RunningAsRoot()) return check() ? Unprivileged::kPassed : Unprivileged::kFailed;
+#if defined(_WIN32)
+  return Unprivileged::kUnavailable;
+#else
   fflush(nullptr);
   const pid_t child = fork();
   if (child < 0) return Unprivileged::kUnavailable;
@@ -125,6 +152,78 @@ inline Unprivileged RunUnprivileged(const std::function<bool()>& check) {
   if (waitpid(child, &status, 0) != child || !WIFEXITED(status)) return Unprivileged::kFailed;
   if (WEXITSTATUS(status) == 77) return Unprivileged::kUnavailable;
   return WEXITSTATUS(status) == 0 ? Unprivileged::kPassed : Unprivileged::kFailed;
+#endif
+}
+
+// A fresh, empty folder in the system's temporary folder whose name starts
+// with prefix; its path, or empty when none could be made.
+inline std::string MakeTempFolder(const char* prefix) {
+#if defined(_WIN32)
+  return win::MakeTempFolder(prefix);
+#else
+  std::string pattern = std::string("/tmp/") + prefix + "-XXXXXX";
+  return mkdtemp(&pattern[0]) ? pattern : std::string();
+#endif
+}
+
+// The current directory; empty when it cannot be read.
+inline std::string CurrentDirectory() {
+#if defined(_WIN32)
+  return win::CurrentDirectory();
+#else
+  char buffer[4096];
+  return getcwd(buffer, sizeof buffer) ? std::string(buffer) : std::string();
+#endif
+}
+
+inline bool ChangeDirectory(const std::string& path) {
+#if defined(_WIN32)
+  return win::ChangeDirectory(path);
+#else
+  return chdir(path.c_str()) == 0;
+#endif
+}
+
+// A folder with the given permission bits (Windows has none to give).
+inline bool MakeDir(const std::string& path, int mode = 0755) {
+#if defined(_WIN32)
+  static_cast<void>(mode);
+  return win::MakeDirectory(path);
+#else
+  return mkdir(path.c_str(), static_cast<mode_t>(mode)) == 0;
+#endif
+}
+
+// The system's record of an entry, links not followed. The Windows C library
+// has no lstat (its stat reports a link's target) and puts the creation time
+// in st_ctime.
+inline int LStat(const std::string& path, struct stat* st) {
+#if defined(_WIN32)
+  return stat(path.c_str(), st);
+#else
+  return lstat(path.c_str(), st);
+#endif
+}
+
+// Whether this process can make symbolic links: always on POSIX systems, on
+// Windows only with the privilege to create them (or developer mode) and a
+// system that really makes them.
+inline bool CanMakeSymlinks() {
+#if defined(_WIN32)
+  return win::CanMakeSymlinks();
+#else
+  return true;
+#endif
+}
+
+// A symbolic link at link to target, kept as written (a relative target is
+// resolved from the link's folder).
+inline bool MakeSymlink(const std::string& target, const std::string& link) {
+#if defined(_WIN32)
+  return win::MakeSymlink(target, link);
+#else
+  return symlink(target.c_str(), link.c_str()) == 0;
+#endif
 }
 
 // Fixture: the library started with the counting allocator (leaks are checked
@@ -134,20 +233,20 @@ class FileTest : public StringTest {
  protected:
   void SetUp() override {
     StringTest::SetUp();
-    char cwd[4096];
-    ASSERT_NE(getcwd(cwd, sizeof cwd), nullptr);
-    m_previous = cwd;
-    char pattern[] = "/tmp/ovra-files-XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    m_folder = pattern;
+    m_previous = CurrentDirectory();
+    ASSERT_FALSE(m_previous.empty());
+    m_folder = MakeTempFolder("ovra-files");
+    ASSERT_FALSE(m_folder.empty());
+#if !defined(_WIN32)
     // Reachable by an unprivileged user too (see RunUnprivileged).
     ASSERT_EQ(chmod(m_folder.c_str(), 0777), 0);
-    ASSERT_EQ(chdir(m_folder.c_str()), 0);
+#endif
+    ASSERT_TRUE(ChangeDirectory(m_folder));
   }
 
   void TearDown() override {
     if (!m_previous.empty()) {
-      EXPECT_EQ(chdir(m_previous.c_str()), 0);
+      EXPECT_TRUE(ChangeDirectory(m_previous));
     }
     if (!m_folder.empty()) RemoveTree(m_folder);
     StringTest::TearDown();
@@ -170,9 +269,8 @@ class FileSweepTest : public SweepTest {
  protected:
   void SetUp() override {
     SweepTest::SetUp();
-    char pattern[] = "/tmp/ovra-sweep-XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    m_folder = pattern;
+    m_folder = MakeTempFolder("ovra-sweep");
+    ASSERT_FALSE(m_folder.empty());
   }
   void TearDown() override {
     if (!m_folder.empty()) RemoveTree(m_folder);
@@ -186,5 +284,18 @@ class FileSweepTest : public SweepTest {
 };
 
 }  // namespace ovra_test
+
+// Leaves out a test of what permission bits forbid: Windows has none (access
+// is granted by access-control lists, and its read-only mark neither hides a
+// file's data nor keeps a folder from being listed or written into).
+#define OVRA_SKIP_PERMISSION_BITS() \
+  OVRA_SKIP_ON_WINDOWS("no POSIX permission bits; access is granted by access-control lists")
+
+// Leaves a test that makes symbolic links out where this account may not make
+// them.
+#define OVRA_REQUIRE_SYMLINKS()                                                        \
+  if (!ovra_test::CanMakeSymlinks())                                                   \
+  OVRA_SKIP_ON_WINDOWS("this account cannot make symbolic links here (it needs the "  \
+                       "privilege to create them, or developer mode)")
 
 #endif

@@ -6,10 +6,12 @@
 #ifndef OVRA_TESTS_TESTPLUGINS_H
 #define OVRA_TESTS_TESTPLUGINS_H
 
-#include <dlfcn.h>
 #include <limits.h>
 #include <stdlib.h>
+#if !defined(_WIN32)
+#include <dlfcn.h>
 #include <unistd.h>
+#endif
 
 #include <string>
 #include <vector>
@@ -17,6 +19,8 @@
 #include <gtest/gtest.h>
 
 #include "OvraBstr.h"
+#include "TestFiles.h"
+#include "TestPlatform.h"
 
 namespace ovra_test {
 
@@ -28,8 +32,12 @@ inline std::vector<std::string>& PluginEvents() {
 
 // The canonical absolute form of an existing path; empty when it has none.
 inline std::string RealPath(const std::string& path) {
+#if defined(_WIN32)
+  return win::RealPath(path);
+#else
   char buffer[PATH_MAX];
   return realpath(path.c_str(), buffer) ? std::string(buffer) : std::string();
+#endif
 }
 
 inline std::string PluginDir() { return RealPath(OVRA_TEST_PLUGIN_DIR); }
@@ -52,13 +60,23 @@ class PluginTest : public ::testing::Test {
 class TempDir {
  public:
   TempDir() {
+#if defined(_WIN32)
+    const std::string name = MakeTempFolder("ovra-library");
+    if (!name.empty()) m_path = RealPath(name);
+#else
     char name[] = "/tmp/ovra-library-XXXXXX";
     if (mkdtemp(name)) m_path = RealPath(name);
+#endif
   }
   ~TempDir() {
     if (m_path.empty()) return;
+#if defined(_WIN32)
+    RemoveTree(m_path);
+    if (Exists(m_path)) ADD_FAILURE() << "could not remove " << m_path;
+#else
     const std::string command = "rm -rf '" + m_path + "'";
     if (system(command.c_str()) != 0) ADD_FAILURE() << "could not remove " << m_path;
+#endif
   }
   const std::string& path() const { return m_path; }
 
@@ -68,22 +86,35 @@ class TempDir {
 
 // True when the file at path is currently open in the process.
 inline bool IsOpen(const std::string& path) {
+#if defined(_WIN32)
+  return win::IsModuleLoaded(path);  // takes no reference
+#else
   void* handle = dlopen(path.c_str(), RTLD_LAZY | RTLD_NOLOAD);
   if (!handle) return false;
   dlclose(handle);  // RTLD_NOLOAD still counts a reference
   return true;
+#endif
+}
+
+// The loader's own lookup of name in the library behind handle (a handle
+// that LibraryLoad returned or the loader's open gave).
+inline void* LoaderSymbol(void* handle, const char* name) {
+#if defined(_WIN32)
+  return win::HandleSymbol(handle, name);
+#else
+  return dlsym(handle, name);
+#endif
 }
 
 // Changes the working directory for a scope and restores it afterwards.
 class ScopedWorkingDirectory {
  public:
   explicit ScopedWorkingDirectory(const std::string& dir) {
-    char buffer[PATH_MAX];
-    if (getcwd(buffer, sizeof buffer)) m_previous = buffer;
-    m_changed = chdir(dir.c_str()) == 0;
+    m_previous = CurrentDirectory();
+    m_changed = ChangeDirectory(dir);
   }
   ~ScopedWorkingDirectory() {
-    if (m_changed && !m_previous.empty() && chdir(m_previous.c_str()) != 0) abort();
+    if (m_changed && !m_previous.empty() && !ChangeDirectory(m_previous)) abort();
   }
   bool changed() const { return m_changed; }
 
@@ -95,7 +126,11 @@ class ScopedWorkingDirectory {
 }  // namespace ovra_test
 
 // Receives the plugins' events (see tests/plugins/PluginEvents.h).
+#if defined(_WIN32)
+extern "C" __declspec(dllexport) void OvraTestPluginEvent(const char* event) {
+#else
 extern "C" __attribute__((visibility("default"))) void OvraTestPluginEvent(const char* event) {
+#endif
   ovra_test::PluginEvents().push_back(event);
 }
 

@@ -6,12 +6,20 @@
 #include "OvraBstr.h"
 #include "OvraPlatform.h"
 
+// The plugin's exports. On Windows OVRA_API imports from ovra.dll, which this
+// library does not use.
+#if defined(_WIN32)
+#define FAULT_PLUGIN_API __declspec(dllexport)
+#else
+#define FAULT_PLUGIN_API OVRA_API
+#endif
+
 namespace {
 int s_inits = 0;
 int s_terms = 0;
 }  // namespace
 
-OVRA_EXTERN_C OVRA_API bool SharedLibInit(const TBstr&) {
+OVRA_EXTERN_C FAULT_PLUGIN_API bool SharedLibInit(const TBstr&) {
   ++s_inits;
 #ifdef OVRA_FAULT_PLUGIN_REFUSES
   return false;
@@ -20,8 +28,8 @@ OVRA_EXTERN_C OVRA_API bool SharedLibInit(const TBstr&) {
 #endif
 }
 
-OVRA_EXTERN_C OVRA_API void SharedLibTerm(void) { ++s_terms; }
+OVRA_EXTERN_C FAULT_PLUGIN_API void SharedLibTerm(void) { ++s_terms; }
 
-OVRA_EXTERN_C OVRA_API int FaultPluginInits(void) { return s_inits; }
+OVRA_EXTERN_C FAULT_PLUGIN_API int FaultPluginInits(void) { return s_inits; }
 
-OVRA_EXTERN_C OVRA_API int FaultPluginTerms(void) { return s_terms; }
+OVRA_EXTERN_C FAULT_PLUGIN_API int FaultPluginTerms(void) { return s_terms; }

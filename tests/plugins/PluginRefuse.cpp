@@ -1,10 +1,9 @@
 // A plugin whose SharedLibInit refuses the load; its SharedLibTerm is reported.
-#include "Ovra.h"
 #include "PluginEvents.h"
 
-bool SharedLibInit(const TBstr& fileSpec) {
+OVRA_PLUGIN_ENTRY bool SharedLibInit(const TBstr& fileSpec) {
   ReportInit("refuse", fileSpec);
   return false;
 }
 
-void SharedLibTerm(void) { ReportEvent("refuse:term"); }
+OVRA_PLUGIN_ENTRY void SharedLibTerm(void) { ReportEvent("refuse:term"); }

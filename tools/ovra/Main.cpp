@@ -3,6 +3,10 @@
 // address text, HTML and UTF-8 conversions.
 #include <stdio.h>
 #include <string.h>
+#if defined(_WIN32)
+#include <fcntl.h>
+#include <io.h>
+#endif
 
 #include <new>
 #include <string>
@@ -75,6 +79,12 @@ int Dispatch(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+#if defined(_WIN32)
+  // The commands read and write bytes: the standard streams must not turn
+  // LF into CR LF, nor stop reading at a Ctrl-Z.
+  _setmode(_fileno(stdin), _O_BINARY);
+  _setmode(_fileno(stdout), _O_BINARY);
+#endif
   if (!OvraInitialize(nullptr)) {
     fprintf(stderr, "ovra: the library failed to start\n");
     return ovratool::kExitFailure;

@@ -216,6 +216,14 @@ bool CheckOperandCount(const char* command, const ParsedArgs& args, size_t most)
   return false;
 }
 
+// Files are read as bytes: on Windows the C library would otherwise turn CR LF
+// into LF and stop at a Ctrl-Z.
+#if defined(_WIN32)
+constexpr int kReadFlags = O_RDONLY | O_BINARY;
+#else
+constexpr int kReadFlags = O_RDONLY;
+#endif
+
 Input::~Input() {
   if (m_fd >= 0 && !m_stdin) close(m_fd);
 }
@@ -229,7 +237,7 @@ bool Input::Open(const char* command, const std::string& name) {
     m_fd = STDIN_FILENO;
     return true;
   }
-  m_fd = open(name.c_str(), O_RDONLY);
+  m_fd = open(name.c_str(), kReadFlags);
   if (m_fd < 0) {
     Report(command, "%s: %s", Quote(name).c_str(), strerror(errno));
     return false;
