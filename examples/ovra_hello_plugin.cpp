@@ -24,7 +24,7 @@ void SharedLibTerm(void) { s_fileSpec.Empty(); }
 
 // Fills text with a description and returns its length (0 on failure). The
 // host finds it with TLibrary::GetProcAddress and casts it to this type.
-OVRA_EXTERN_C OVRA_API int HelloDescribe(TBstr& text) {
+OVRA_EXTERN_C OVRA_EXPORT int HelloDescribe(TBstr& text) {
   static const unsigned short kLine[] = {'h', 'e', 'l', 'l', 'o', ' ', 'f', 'r', 'o', 'm', ' ',
                                          '%', 's', ' ', 'o', 'n', ' ', '%', 's', ' ', '%', 'd',
                                          '.', '%', 'd', ';', ' ', 'l', 'o', 'o', 'p', 'b', 'a',

@@ -11,4 +11,4 @@ bool SharedLibInit(const TBstr& fileSpec) {
 void SharedLibTerm(void) { ReportEvent("accept:term"); }
 
 // Tells the plugins apart through GetProcAddress.
-OVRA_EXTERN_C OVRA_API int PluginAcceptIdentity(void) { return 1001; }
+OVRA_EXTERN_C OVRA_EXPORT int PluginAcceptIdentity(void) { return 1001; }

@@ -7,7 +7,7 @@
 void SharedLibTerm(void) { ReportEvent("noentry:term"); }
 
 // Uses the runtime, so that the linker keeps it among the plugin's dependencies.
-OVRA_EXTERN_C OVRA_API int PluginNoEntryLength(void) {
+OVRA_EXTERN_C OVRA_EXPORT int PluginNoEntryLength(void) {
   TBstr text("four");
   return text.GetLength();
 }

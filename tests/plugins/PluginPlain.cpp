@@ -8,12 +8,12 @@ bool SharedLibInit(const TBstr& fileSpec) {
   return true;
 }
 
-OVRA_EXTERN_C OVRA_API int PluginPlainAnswer(void) { return 42; }
+OVRA_EXTERN_C OVRA_EXPORT int PluginPlainAnswer(void) { return 42; }
 
-OVRA_EXTERN_C OVRA_API int PluginPlainAdd(int a, int b) { return a + b; }
+OVRA_EXTERN_C OVRA_EXPORT int PluginPlainAdd(int a, int b) { return a + b; }
 
 extern "C" {
-OVRA_API int PluginPlainCounter = 7;
+OVRA_EXPORT int PluginPlainCounter = 7;
 }
 
 // Not exported: the lookup must not find it.
