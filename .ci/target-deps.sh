@@ -29,6 +29,10 @@ if [ ! -f "$DEPS/prefix/.done" ]; then
   touch "$DEPS/prefix/.done"
 fi
 
+# Only the Debian cross targets name a Debian architecture. The Windows
+# toolchain (mingw64) names none: Debian packages no OpenSSL for Windows, so
+# its build finds no libcrypto and compiles the OpenSSL comparisons out (the
+# tests keep the published vectors).
 ARCH=$(sed -n 's/^set(OVRA_DEBIAN_ARCH \([a-z0-9]*\))$/\1/p' "$TOOLCHAIN")
 if [ -n "$ARCH" ] && [ ! -f "$DEPS/root/.done" ]; then
   echo "fetching OpenSSL and the C library's iconv modules for $ARCH"

@@ -40,16 +40,21 @@ OVRA_EXTERN_C OVRA_API TBstr OvraGetModuleFileSpec(void);
 #pragma clang diagnostic pop
 #endif
 
+// The pair below is declared with OVRA_EXPORT, not OVRA_API, because a plugin
+// defines its own pair from these very declarations and must export it; a
+// program that calls this library's pair still reaches it through ovra.dll's
+// import library on Windows.
+
 // Entry point the loader calls right after opening this library, with the
 // library file's absolute path. Keeps a copy of the path for
 // OvraGetModuleFileSpec (none when it cannot be allocated) and returns true for
 // any path, the empty one included.
 // A second call without SharedLibTerm replaces the copy without freeing it. It
 // does not start the library: call OvraInitialize as well.
-OVRA_EXTERN_C OVRA_API bool SharedLibInit(const TBstr& fileSpec);
+OVRA_EXTERN_C OVRA_EXPORT bool SharedLibInit(const TBstr& fileSpec);
 
 // Entry point the loader calls right before closing this library: releases the
 // stored path. Pair every SharedLibInit with exactly one SharedLibTerm.
-OVRA_EXTERN_C OVRA_API void SharedLibTerm(void);
+OVRA_EXTERN_C OVRA_EXPORT void SharedLibTerm(void);
 
 #endif

@@ -29,12 +29,27 @@ typedef __POSITION* POSITION;
 
 // A 16-byte identifier: a 32-bit leading field followed by 12 more bytes.
 // TPtrFromGuidMap compares all 16 bytes and hashes the leading field only.
+// Windows declares the same record under the same name (its GUID): there the
+// declaration is shared, whichever header comes first, and Data1 has the
+// system's type for it, unsigned long (32 bits on Windows).
+#if defined(_WIN32)
+#ifndef GUID_DEFINED
+#define GUID_DEFINED
+typedef struct _GUID {
+  unsigned long Data1;     // the leading field, the one hashed
+  unsigned short Data2;    // the next two bytes
+  unsigned short Data3;    // the two bytes after them
+  unsigned char Data4[8];  // the last eight bytes
+} GUID;
+#endif
+#else
 struct _GUID {
   uint32_t Data1;          // the leading field, the one hashed
   unsigned short Data2;    // the next two bytes
   unsigned short Data3;    // the two bytes after them
   unsigned char Data4[8];  // the last eight bytes
 };
+#endif
 
 // ---------------------------------------------------------------------------
 // TPtrArray

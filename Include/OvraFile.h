@@ -10,6 +10,11 @@
 // memory for a name's single-byte form fails the same way (false, or an empty
 // string for the text utilities), before anything reaches the system.
 //
+// On Windows names reach the system's 16-bit calls unit for unit instead, so
+// every name works there except an empty one or one holding a zero unit;
+// the library still splits paths at "/" only (the system takes "\" as a
+// separator too).
+//
 // Files of 4 GiB and more: sizes, lengths and positions are 32-bit in this
 // interface, while files are accessed with 64-bit offsets. A value that does
 // not fit is never wrapped: it is reported as kFileSizeCeiling (4294967295),
@@ -44,7 +49,8 @@ struct OVRA_API TFileInfo {
   unsigned int size;
   // Last modification of the contents, seconds since 1970-01-01 UTC (time_t).
   time_t lastWriteTime;
-  // Last change of the entry's status (the system's status-change time).
+  // Last change of the entry's status (the system's status-change time; on
+  // Windows, which records none for a directory search, the last write).
   time_t changeTime;
 };
 
@@ -116,7 +122,8 @@ class OVRA_API TFile {
 
   // --- static operations on names ------------------------------------------
 
-  // Renames (moves) from to to with the system's rename; true on success.
+  // Renames (moves) from to to with the system's rename; true on success. An
+  // existing file at to is replaced (on Windows an existing directory is not).
   static bool Rename(const TBstr& from, const TBstr& to);
   // Removes a file or an empty directory with the system's remove; true on success.
   static bool Remove(const TBstr& spec);
@@ -130,7 +137,10 @@ class OVRA_API TFile {
   // Sets the modification time of spec to time (seconds since 1970-01-01 UTC)
   // and its access time to the current time; true on success.
   static bool SetLastWriteTime(const TBstr& spec, long time);
-  // Always "/tmp/", with its trailing separator; empty when its copy cannot be made.
+  // Always "/tmp/", with its trailing separator; empty when its copy cannot be
+  // made. On Windows the system's folder for temporary files, written with
+  // "/" (as "C:/users/me/Temp/"), with its trailing separator; empty when the
+  // system cannot tell.
   static TBstr GetTempDirectory();
   // Fills info for the first entry spec names, without following a final
   // symbolic link; false (info untouched) if there is none or spec is empty.

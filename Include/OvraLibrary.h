@@ -2,10 +2,10 @@
 // contract, and looking up their functions by name.
 //
 // Every library loaded through TLibrary must define its own
-//   OVRA_EXTERN_C OVRA_API bool SharedLibInit(const TBstr& fileSpec);
+//   OVRA_EXTERN_C OVRA_EXPORT bool SharedLibInit(const TBstr& fileSpec);
 // which is called right after the library is opened, with the absolute path it
 // was opened by, and may refuse the load by returning false. It may define
-//   OVRA_EXTERN_C OVRA_API void SharedLibTerm(void);
+//   OVRA_EXTERN_C OVRA_EXPORT void SharedLibTerm(void);
 // which is called right before the library is closed (also after a refusal).
 // Only entries defined in the opened file itself count: the runtime's own pair,
 // which the loader would otherwise find among the library's dependencies, is
@@ -25,8 +25,8 @@ typedef int (*OvraProc)(void);
 // copyable (the object owns its loader handle).
 class OVRA_API TLibrary {
  public:
-  // The file-name extension of shared libraries on this platform, "so", for
-  // callers that build file names. Load never adds it (nor a "lib" prefix).
+  // The file-name extension of shared libraries on this platform, "so" ("dll"
+  // on Windows), for callers that build file names. Load never adds it (nor a "lib" prefix).
   static const unsigned short kLibraryExtension[3];
 
   // Nothing loaded, empty file spec.
@@ -48,7 +48,8 @@ class OVRA_API TLibrary {
   // True while a library is loaded.
   bool IsLoaded() const { return m_handle != kInvalidHandleValue; }
   // The address of the function or variable called name in the library (or in
-  // a library it depends on), cast by the caller; null when nothing is loaded,
+  // a library it depends on; on Windows in the library's own exports only),
+  // cast by the caller; null when nothing is loaded,
   // the name is not found or its single-byte copy cannot be allocated.
   OvraProc GetProcAddress(const TBstr& name) const;
   // The spec given to the successful Load; empty when nothing is loaded.

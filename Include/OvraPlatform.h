@@ -21,6 +21,17 @@
 #define OVRA_API __attribute__((visibility("default")))
 #endif
 
+// Marks what a library built on the runtime (a plugin that TLibrary loads)
+// exports itself: its SharedLibInit and SharedLibTerm and its own functions
+// and variables. On Windows OVRA_API would import them from ovra.dll, so a
+// plugin's own exports carry this mark instead; elsewhere it gives default
+// visibility, as OVRA_API does.
+#if defined(_WIN32)
+#define OVRA_EXPORT __declspec(dllexport)
+#else
+#define OVRA_EXPORT __attribute__((visibility("default")))
+#endif
+
 // Exported free functions have C linkage so that their names stay undecorated.
 #define OVRA_EXTERN_C extern "C"
 

@@ -33,7 +33,10 @@ class OVRA_API TThread {
   // to stop there: cancel such a procedure only where it runs plain code).
   // Once it has returned, nothing stops the thread's exit any more; a Cancel
   // that races that return may still make WaitForExit report -1. False if
-  // there is no thread or on error.
+  // there is no thread or on error. On Windows always false and the thread
+  // runs on: the system has no safe way to stop a thread from outside
+  // (TerminateThread leaves its locks held and its stack allocated), so a
+  // portable procedure ends itself when asked, by a flag or a message.
   bool Cancel();
   // Waits for the thread to end and stores its procedure's result in
   // *exitCode (may be null; -1 for a cancelled thread). False if there is no

@@ -1,7 +1,7 @@
 // OvraBstr.cpp - counted string buffers, the UTF-8 conversions, TConvertBuffer
-// and the string class TBstr. The single-byte conversions talk to nothing but
-// memory as well; they live in Unix/OvraBstrPS.cpp because another platform
-// would hand them to its own code-page routines.
+// and the string class TBstr. The single-byte conversions live in
+// OvraBstrLatin1.cpp: they consult no code page of the system, so they give
+// the same bytes on every platform.
 #include "OvraBstr.h"
 
 #include <new>
@@ -182,6 +182,11 @@ TConvertBuffer::~TConvertBuffer() { delete[] m_text; }
 // ---------------------------------------------------------------------------
 // TBstr: construction, ownership, access
 // ---------------------------------------------------------------------------
+
+// Defined here as well, so that the library emits it and exports it: a
+// program that binds a reference to it (a test's comparison, say) then finds
+// it in ovra.dll on Windows, where the class's members are imported.
+constexpr int TBstr::kMaxFormatLength;
 
 TBstr::TBstr() : m_string(nullptr), m_multibyte(nullptr) {}
 

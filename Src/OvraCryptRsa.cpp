@@ -420,6 +420,11 @@ size_t WordBytes(unsigned words) { return static_cast<size_t>(words) * sizeof(un
 // ---------------------------------------------------------------------------
 // TBigInt
 
+// Defined here as well, so that the library emits it and exports it: a
+// program that binds a reference to it (a test's comparison, say) then finds
+// it in ovra.dll on Windows, where the class's members are imported.
+constexpr unsigned TBigInt::kMaxWords;
+
 TBigInt::TBigInt() : m_words(nullptr), m_length(0), m_capacity(0) {}
 
 TBigInt::TBigInt(const TBigInt& other) : m_words(nullptr), m_length(0), m_capacity(0) {

@@ -5,6 +5,11 @@
 #include <utility>
 
 
+// Defined here as well, so that the library emits it and exports it: a
+// program that binds a reference to it (a test's comparison, say) then finds
+// it in ovra.dll on Windows, where the class's members are imported.
+constexpr unsigned int TFile::kOpenRead;
+constexpr unsigned int TFile::kOpenWrite;
 const unsigned short TFile::kDirectorySeparator = 0x2F;  // "/"
 
 namespace {

@@ -5,8 +5,6 @@
 
 #include <utility>
 
-const unsigned short TLibrary::kLibraryExtension[3] = {'s', 'o', 0};
-
 TLibrary::TLibrary() : m_handle(kInvalidHandleValue) {}
 
 TLibrary::~TLibrary() {

@@ -6,7 +6,7 @@
 
 #include "OvraCollect.h"
 #include "OvraHooks.h"
-#include "Unix/OvraMessagePS.h"
+#include "OvraMessageQueue.h"
 
 namespace {
 void* s_messageQueue = kInvalidHandleValue;

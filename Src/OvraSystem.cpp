@@ -4,7 +4,7 @@
 
 #include <limits.h>
 
-#include "Unix/OvraSystemPS.h"
+#include "OvraSystemPS.h"
 
 namespace {
 

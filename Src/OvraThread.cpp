@@ -10,7 +10,7 @@
 #include "OvraHooks.h"
 #include "OvraMem.h"
 #include "OvraNoSanitize.h"
-#include "Unix/OvraThreadPS.h"
+#include "OvraThreadPS.h"
 
 namespace {
 constexpr unsigned int kNotSupported = 0xFFFFFFFFu;

@@ -1,23 +1,10 @@
 // ovra_hello_plugin - a plugin built on the runtime: it defines the two entry
 // points TLibrary calls around loading and unloading, and one function for its
 // host, which describes where the plugin lives and what it runs on.
+#include "Ovra.h"
 #include "OvraBstr.h"
 #include "OvraInet.h"
 #include "OvraSystem.h"
-
-// On Windows Ovra.h declares the runtime's own SharedLibInit and SharedLibTerm
-// as imports from ovra.dll, and a DLL exports only what it marks: the plugin
-// marks its entry points and functions itself and leaves Ovra.h out. Elsewhere
-// Ovra.h's declarations export the entry points of a plugin built with hidden
-// visibility.
-#if defined(_WIN32)
-#define HELLO_ENTRY extern "C" __declspec(dllexport)
-#define HELLO_EXPORT __declspec(dllexport)
-#else
-#include "Ovra.h"
-#define HELLO_ENTRY
-#define HELLO_EXPORT OVRA_API
-#endif
 
 namespace {
 // The plugin's own path, from SharedLibInit to SharedLibTerm.
@@ -26,18 +13,18 @@ TBstr s_fileSpec;
 
 // Called right after the library is opened. Returning false would refuse the
 // load (and the host's Load would fail).
-HELLO_ENTRY bool SharedLibInit(const TBstr& fileSpec) {
+bool SharedLibInit(const TBstr& fileSpec) {
   s_fileSpec = fileSpec;
   return !s_fileSpec.IsEmpty();
 }
 
 // Called right before the library is closed: release what the plugin holds
 // while the runtime's allocator is still the one that made it.
-HELLO_ENTRY void SharedLibTerm(void) { s_fileSpec.Empty(); }
+void SharedLibTerm(void) { s_fileSpec.Empty(); }
 
 // Fills text with a description and returns its length (0 on failure). The
 // host finds it with TLibrary::GetProcAddress and casts it to this type.
-OVRA_EXTERN_C HELLO_EXPORT int HelloDescribe(TBstr& text) {
+OVRA_EXTERN_C OVRA_EXPORT int HelloDescribe(TBstr& text) {
   static const unsigned short kLine[] = {'h', 'e', 'l', 'l', 'o', ' ', 'f', 'r', 'o', 'm', ' ',
                                          '%', 's', ' ', 'o', 'n', ' ', '%', 's', ' ', '%', 'd',
                                          '.', '%', 'd', ';', ' ', 'l', 'o', 'o', 'p', 'b', 'a',

@@ -50,6 +50,8 @@ void* LookupEntry(void* handle, const char* name) {
 
 }  // namespace
 
+const unsigned short TLibrary::kLibraryExtension[3] = {'s', 'o', 0};
+
 void* TLibrary::LibraryLoad(const TBstr& spec) {
   // Split the spec at its last "/" into directory and file name; without a
   // "/" the directory is the current one, so the loader's search path is

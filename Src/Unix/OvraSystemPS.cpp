@@ -1,5 +1,5 @@
 // OvraSystemPS.cpp - the POSIX half of OvraGetSystemInfo: uname, nothing else.
-#include "Unix/OvraSystemPS.h"
+#include "OvraSystemPS.h"
 #include "Unix/OvraSysCalls.h"
 #include "Unix/OvraSystemName.h"
 

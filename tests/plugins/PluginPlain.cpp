@@ -1,18 +1,19 @@
 // A plugin that accepts the load, exports plain functions and a variable, and
 // defines no SharedLibTerm: closing it must not run the runtime's.
+#include "Ovra.h"
 #include "PluginEvents.h"
 
-OVRA_PLUGIN_ENTRY bool SharedLibInit(const TBstr& fileSpec) {
+bool SharedLibInit(const TBstr& fileSpec) {
   ReportInit("plain", fileSpec);
   return true;
 }
 
-OVRA_EXTERN_C OVRA_PLUGIN_EXPORT int PluginPlainAnswer(void) { return 42; }
+OVRA_EXTERN_C OVRA_EXPORT int PluginPlainAnswer(void) { return 42; }
 
-OVRA_EXTERN_C OVRA_PLUGIN_EXPORT int PluginPlainAdd(int a, int b) { return a + b; }
+OVRA_EXTERN_C OVRA_EXPORT int PluginPlainAdd(int a, int b) { return a + b; }
 
 extern "C" {
-OVRA_PLUGIN_EXPORT int PluginPlainCounter = 7;
+OVRA_EXPORT int PluginPlainCounter = 7;
 }
 
 // Not exported: the lookup must not find it.

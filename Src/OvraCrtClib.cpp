@@ -1,4 +1,4 @@
-// OvraCrtPS.cpp - the routines that hand over to the platform's own C runtime:
+// OvraCrtClib.cpp - the routines that hand over to the platform's own C runtime:
 // its narrow character classes and the search routines with one C signature.
 #include <ctype.h>
 #include <string.h>

@@ -1,7 +1,7 @@
-// OvraMessagePS.h - private interface of the platform message queue. The queue
+// OvraMessageQueue.h - private interface of the platform message queue. The queue
 // is reached only through these functions, as an opaque handle.
-#ifndef OVRA_SRC_UNIX_OVRAMESSAGEPS_H
-#define OVRA_SRC_UNIX_OVRAMESSAGEPS_H
+#ifndef OVRA_SRC_OVRAMESSAGEQUEUE_H
+#define OVRA_SRC_OVRAMESSAGEQUEUE_H
 
 #include "OvraMessage.h"
 

@@ -1,4 +1,4 @@
-// OvraMessagePS.cpp - the process message queue: a locked first-in,
+// OvraMessageQueue.cpp - the process message queue: a locked first-in,
 // first-out chain of message records with a condition variable for the
 // blocking getter.
 //
@@ -12,7 +12,7 @@
 // the chunks beyond kKeptChunks go back to the allocator, so a queue keeps at
 // most kKeptChunks * kChunkRecords records beyond its own after a burst (about
 // 48 KiB with 64-bit pointers), and destroying the queue frees every one.
-#include "OvraMessagePS.h"
+#include "OvraMessageQueue.h"
 
 #include <stdint.h>
 

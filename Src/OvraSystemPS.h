@@ -1,7 +1,7 @@
 // OvraSystemPS.h - private: what the platform layer reads from the system for
 // OvraGetSystemInfo.
-#ifndef OVRA_SRC_UNIX_OVRASYSTEMPS_H
-#define OVRA_SRC_UNIX_OVRASYSTEMPS_H
+#ifndef OVRA_SRC_OVRASYSTEMPS_H
+#define OVRA_SRC_OVRASYSTEMPS_H
 
 #include <stddef.h>
 

@@ -1,5 +1,6 @@
-// OvraBstrPS.cpp - the single-byte text conversions. This platform has no code
-// page: single-byte text is ISO-8859-1, widened and narrowed unit for byte.
+// OvraBstrLatin1.cpp - the single-byte text conversions, the same on every
+// platform: no code page of the system is consulted, single-byte text is
+// ISO-8859-1, widened and narrowed unit for byte.
 #include <string.h>
 
 #include "OvraBstr.h"

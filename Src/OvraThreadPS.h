@@ -1,7 +1,7 @@
 // OvraThreadPS.h - private platform layer of thread-local data: the one
 // thread-specific key whose slot holds each thread's table.
-#ifndef OVRA_SRC_UNIX_OVRATHREADPS_H
-#define OVRA_SRC_UNIX_OVRATHREADPS_H
+#ifndef OVRA_SRC_OVRATHREADPS_H
+#define OVRA_SRC_OVRATHREADPS_H
 
 // Creates the key (no destructor); false if the system refuses.
 bool InternalTlsInit();
