@@ -35,6 +35,7 @@ typedef __POSITION* POSITION;
 #if defined(_WIN32)
 #ifndef GUID_DEFINED
 #define GUID_DEFINED
+// The 16-byte identifier described above, as the system declares it.
 typedef struct _GUID {
   unsigned long Data1;     // the leading field, the one hashed
   unsigned short Data2;    // the next two bytes
@@ -43,6 +44,7 @@ typedef struct _GUID {
 } GUID;
 #endif
 #else
+// The 16-byte identifier described above.
 struct _GUID {
   uint32_t Data1;          // the leading field, the one hashed
   unsigned short Data2;    // the next two bytes

@@ -13,11 +13,14 @@
 // without this mark stays private.
 #if defined(_WIN32)
 #if defined(OVRA_BUILDING_LIBRARY)
+// Exported from ovra.dll (the library's own build).
 #define OVRA_API __declspec(dllexport)
 #else
+// Imported from ovra.dll (an application's build).
 #define OVRA_API __declspec(dllimport)
 #endif
 #else
+// Part of the public interface: default visibility in a hidden-visibility build.
 #define OVRA_API __attribute__((visibility("default")))
 #endif
 
@@ -27,8 +30,10 @@
 // plugin's own exports carry this mark instead; elsewhere it gives default
 // visibility, as OVRA_API does.
 #if defined(_WIN32)
+// Exported from the plugin's own DLL.
 #define OVRA_EXPORT __declspec(dllexport)
 #else
+// Exported from the plugin: default visibility.
 #define OVRA_EXPORT __attribute__((visibility("default")))
 #endif
 

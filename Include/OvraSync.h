@@ -14,22 +14,34 @@
 // mutex and condition on Linux (per architecture), a slim reader/writer lock
 // and a condition variable on Windows, a generous room elsewhere.
 #if defined(_WIN32)
+// Bytes kept for the system's mutex.
 #define OVRA_MUTEX_BYTES 8
+// Bytes kept for the system's condition object.
 #define OVRA_COND_BYTES 8
 #elif defined(__x86_64__) && defined(__ILP32__)
+// Bytes kept for the system's mutex.
 #define OVRA_MUTEX_BYTES 32
+// Bytes kept for the system's condition object.
 #define OVRA_COND_BYTES 48
 #elif defined(__aarch64__)
+// Bytes kept for the system's mutex.
 #define OVRA_MUTEX_BYTES 48
+// Bytes kept for the system's condition object.
 #define OVRA_COND_BYTES 48
 #elif defined(__x86_64__) || defined(__s390x__) || defined(__powerpc64__) || defined(__riscv)
+// Bytes kept for the system's mutex.
 #define OVRA_MUTEX_BYTES 40
+// Bytes kept for the system's condition object.
 #define OVRA_COND_BYTES 48
 #elif defined(__i386__) || defined(__arm__) || defined(__mips__) || defined(__powerpc__)
+// Bytes kept for the system's mutex.
 #define OVRA_MUTEX_BYTES 24
+// Bytes kept for the system's condition object.
 #define OVRA_COND_BYTES 48
 #else
+// Bytes kept for the system's mutex.
 #define OVRA_MUTEX_BYTES 64
+// Bytes kept for the system's condition object.
 #define OVRA_COND_BYTES 64
 #endif
 
