@@ -68,12 +68,14 @@ bool TThread::ThreadWaitForExit(void* handle, int* exitCode) {
 }
 
 void TThread::ThreadSleep(unsigned int ms) {
-  // INFINITE (0xFFFFFFFF) would never return: the longest sleep is split.
+  // The system's Sleep, named with its scope: inside TThread a plain Sleep is
+  // TThread::Sleep, which comes back here. INFINITE (0xFFFFFFFF) would never
+  // return: the longest sleep is split.
   if (ms == INFINITE) {
-    Sleep(ms - 1);
+    ::Sleep(ms - 1);
     ms = 1;
   }
-  Sleep(ms);
+  ::Sleep(ms);
 }
 
 // --- thread-local data ---------------------------------------------------------
