@@ -54,6 +54,8 @@ int SpinForever(void*) {
 }
 
 TEST(ThreadCancelTest, AsynchronousCancellationStopsABusyLoop) {
+  OVRA_SKIP_ON_WINDOWS("TThread::Cancel is refused there (the system cannot stop a thread "
+                       "from outside safely); CancelIsRefusedAndTheProcedureRunsOn checks that");
   TThread t;
   ASSERT_TRUE(t.Create(SpinForever, nullptr, false));
   while (s_spinning.load() == 0) TThread::Sleep(1);
@@ -62,6 +64,35 @@ TEST(ThreadCancelTest, AsynchronousCancellationStopsABusyLoop) {
   ASSERT_TRUE(t.WaitForExit(&code));  // would hang if cancellation were deferred
   EXPECT_EQ(code, -1);                // the cancelled thread's exit value
 }
+
+#if defined(_WIN32)
+std::atomic<int> s_stopRequested{0};
+
+int SpinUntilAsked(void*) {
+  s_spinning = 1;
+  while (s_stopRequested.load() == 0) s_spinCounter = s_spinCounter + 1;
+  return 5;
+}
+
+// What Windows does instead: the request is refused, the procedure runs on,
+// and it ends itself when asked, with its own result.
+TEST(ThreadCancelTest, CancelIsRefusedAndTheProcedureRunsOn) {
+  s_spinning = 0;
+  s_stopRequested = 0;
+  TThread t;
+  ASSERT_TRUE(t.Create(SpinUntilAsked, nullptr, false));
+  while (s_spinning.load() == 0) TThread::Sleep(1);
+  EXPECT_FALSE(t.Cancel());
+  const unsigned long before = s_spinCounter;
+  const auto start = Clock::now();
+  while (s_spinCounter == before && ElapsedMs(start) < 5000) TThread::Sleep(1);
+  EXPECT_NE(s_spinCounter, before) << "the procedure stopped after a refused Cancel";
+  s_stopRequested = 1;
+  int code = 0;
+  ASSERT_TRUE(t.WaitForExit(&code));
+  EXPECT_EQ(code, 5);
+}
+#endif
 
 // The cancellation state seen by a thread-local destructor, which runs on the
 // thread's exit path after the procedure has returned.
@@ -149,6 +180,7 @@ TEST(ThreadCancelTest, ACancelSignalDeliveredOnTheExitPathDoesNotStopIt) {
 }
 #else
 TEST(ThreadCancelTest, ACancelSignalDeliveredOnTheExitPathDoesNotStopIt) {
+  OVRA_SKIP_ON_WINDOWS("TThread::Cancel is refused there: no cancellation signal exists");
   GTEST_SKIP() << "simulates the late signal of the GNU C library on Linux only";
 }
 #endif
