@@ -20,6 +20,9 @@ struct SSystemInfo {
 // one with a single "." sets it to 0. A null info is ignored. When the system
 // cannot tell, osName is empty and both versions are 0 (revision is kept).
 // When osName cannot be allocated it is left empty; the numbers are still read.
+// On Windows the name is "Windows" and the release text is the system's true
+// version, "major.minor.build" (10.0.19045, say), whatever version a program
+// without a compatibility manifest would be told.
 OVRA_EXTERN_C OVRA_API unsigned int OvraGetSystemInfo(SSystemInfo* info);
 
 #endif

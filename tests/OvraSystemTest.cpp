@@ -6,12 +6,15 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <string.h>
+#if !defined(_WIN32)
 #include <sys/utsname.h>
+#endif
 
 #include <string>
 
 #include "AllocSweep.h"
 #include "TestBstr.h"
+#include "TestPlatform.h"
 #include "TestWide.h"
 
 namespace {
@@ -28,6 +31,22 @@ std::u16string Widen(const char* text) {
   return out;
 }
 
+#if defined(_WIN32)
+TEST(SystemInfoTest, ReportsTheSystemsNameAndReleaseNumbers) {
+  // Windows has no release text: the library reports the name "Windows" and
+  // the kernel's version record, major.minor.build.
+  unsigned long major = 0, minor = 0, build = 0;
+  ASSERT_TRUE(ovra_test::win::SystemVersion(major, minor, build));
+  SSystemInfo info;
+  info.revision = 12345;
+  EXPECT_EQ(OvraGetSystemInfo(&info), 0u);
+  EXPECT_EQ(ToU16(info.osName.GetString()), Widen("Windows"));
+  EXPECT_EQ(info.majorVersion, static_cast<int>(major));
+  EXPECT_EQ(info.minorVersion, static_cast<int>(minor));
+  EXPECT_EQ(info.revision, static_cast<unsigned int>(build));
+  EXPECT_EQ(info.reserved, 0u);
+}
+#else
 TEST(SystemInfoTest, ReportsTheSystemsNameAndReleaseNumbers) {
   utsname names;
   ASSERT_EQ(uname(&names), 0);
@@ -46,6 +65,7 @@ TEST(SystemInfoTest, ReportsTheSystemsNameAndReleaseNumbers) {
   EXPECT_EQ(info.revision, second ? strtoul(second + 1, nullptr, 10) : 0u);
   EXPECT_EQ(info.reserved, 0u);
 }
+#endif
 
 TEST(SystemInfoTest, NullRecordIsIgnored) {
   EXPECT_EQ(OvraGetSystemInfo(nullptr), 0u);

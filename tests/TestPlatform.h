@@ -83,6 +83,10 @@ unsigned char* MapPages(size_t pages);
 void UnmapPages(unsigned char* base, size_t pages);
 // Makes [address, address + bytes) inaccessible.
 bool ProtectNoAccess(unsigned char* address, size_t bytes);
+// The system's true version as the kernel reports it (not the one that
+// programs without a compatibility manifest are told); false when it cannot
+// be read.
+bool SystemVersion(unsigned long& major, unsigned long& minor, unsigned long& build);
 }  // namespace win
 #else
 constexpr bool kWindows = false;

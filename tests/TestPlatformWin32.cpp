@@ -345,6 +345,26 @@ bool ProtectNoAccess(unsigned char* address, size_t bytes) {
   return VirtualProtect(address, bytes, PAGE_NOACCESS, &old) != 0;
 }
 
+bool SystemVersion(unsigned long& major, unsigned long& minor, unsigned long& build) {
+  // The kernel's own record: GetVersionExW gives an older version to programs
+  // that do not declare the newer ones in a manifest.
+  typedef LONG(WINAPI * RtlGetVersionFn)(OSVERSIONINFOW*);
+  const HMODULE ntdll = GetModuleHandleW(L"ntdll.dll");
+  const RtlGetVersionFn get =
+      ntdll ? reinterpret_cast<RtlGetVersionFn>(
+                  reinterpret_cast<void (*)(void)>(GetProcAddress(ntdll, "RtlGetVersion")))
+            : nullptr;
+  if (!get) return false;
+  OSVERSIONINFOW version;
+  memset(&version, 0, sizeof version);
+  version.dwOSVersionInfoSize = sizeof version;
+  if (get(&version) != 0) return false;
+  major = version.dwMajorVersion;
+  minor = version.dwMinorVersion;
+  build = version.dwBuildNumber;
+  return true;
+}
+
 }  // namespace win
 }  // namespace ovra_test
 
