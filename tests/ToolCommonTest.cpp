@@ -1,11 +1,15 @@
 // The command-line helpers of the ovra program: option parsing, hexadecimal
 // text, numbers and chunked input.
 #include <stdio.h>
+#if !defined(_WIN32)
+#include <stdlib.h>
 #include <unistd.h>
+#endif
 
 #include <string>
 #include <vector>
 
+#include "TestPlatform.h"
 #include "ToolCommon.h"
 #include "gtest/gtest.h"
 
@@ -149,31 +153,46 @@ TEST(ToolCommonTest, NumbersMustBeDecimalAndInRange) {
 }
 
 TEST(ToolCommonTest, InputReadsWholeChunksAndReportsMissingFiles) {
-  char name[] = "/tmp/ovra-toolcommon-XXXXXX";
-  const int fd = mkstemp(name);
+#if defined(_WIN32)
+  const std::string folder = ovra_test::win::MakeTempFolder("ovra-toolcommon");
+  ASSERT_FALSE(folder.empty());
+  const std::string name = folder + "/input";
+#else
+  char pattern[] = "/tmp/ovra-toolcommon-XXXXXX";
+  const int fd = mkstemp(pattern);
   ASSERT_GE(fd, 0);
+  close(fd);
+  const std::string name = pattern;
+#endif
   std::string contents(100000, '\0');
   for (size_t i = 0; i < contents.size(); ++i) contents[i] = static_cast<char>(i * 7);
-  ASSERT_EQ(write(fd, contents.data(), contents.size()), static_cast<ssize_t>(contents.size()));
-  close(fd);
+  FILE* file = fopen(name.c_str(), "wb");
+  ASSERT_NE(file, nullptr);
+  ASSERT_EQ(fwrite(contents.data(), 1, contents.size(), file), contents.size());
+  ASSERT_EQ(fclose(file), 0);
 
   std::string all;
   EXPECT_TRUE(ovratool::ReadAll("test", name, all));
   EXPECT_EQ(all, contents);
 
-  ovratool::Input input;
-  ASSERT_TRUE(input.Open("test", name));
-  std::vector<unsigned char> chunk(65536);
-  EXPECT_EQ(input.Read(chunk.data(), chunk.size()), 65536u);
-  EXPECT_EQ(input.Read(chunk.data(), chunk.size()), 100000u - 65536u);
-  EXPECT_EQ(input.Read(chunk.data(), chunk.size()), 0u);
-  EXPECT_FALSE(input.Failed());
-  unlink(name);
+  {
+    ovratool::Input input;
+    ASSERT_TRUE(input.Open("test", name));
+    std::vector<unsigned char> chunk(65536);
+    EXPECT_EQ(input.Read(chunk.data(), chunk.size()), 65536u);
+    EXPECT_EQ(input.Read(chunk.data(), chunk.size()), 100000u - 65536u);
+    EXPECT_EQ(input.Read(chunk.data(), chunk.size()), 0u);
+    EXPECT_FALSE(input.Failed());
+  }  // closed first: Windows removes no file that is still open
+  ASSERT_EQ(remove(name.c_str()), 0);
 
   ovratool::Input missing;
   EXPECT_FALSE(missing.Open("test", name));
   ovratool::Input directory;
   EXPECT_FALSE(directory.Open("test", "/"));
+#if defined(_WIN32)
+  ovra_test::win::RemoveTree(folder);
+#endif
 }
 
 }  // namespace
