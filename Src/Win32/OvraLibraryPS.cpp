@@ -5,6 +5,7 @@
 
 #include <string.h>
 
+#include "OvraByteName.h"
 #include "OvraLibrary.h"
 #include "Win32/OvraSysCalls.h"
 #include "Win32/OvraSystemName.h"
@@ -121,8 +122,8 @@ bool TLibrary::LibraryFree(void* handle) {
 
 OvraProc TLibrary::LibraryGetProcAddress(void* handle, const TBstr& name) {
   if (handle == kInvalidHandleValue) return nullptr;
-  // Export names are bytes: the POSIX rule for symbol names applies.
-  const char* text = SystemByteNameOf(name);
+  // Export names are bytes: the rule for every byte name applies.
+  const char* text = ByteNameOf(name);
   if (!text) return nullptr;
   return reinterpret_cast<OvraProc>(LookupSymbol(handle, text));
 }
