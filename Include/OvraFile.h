@@ -176,9 +176,12 @@ class OVRA_API TFile {
   static bool CreatePath(const TBstr& spec);
 
  private:
-  // The platform layer: plain calls of the system's stream functions on the
-  // stream handle. FileOpen gives kInvalidHandleValue on failure; positions
-  // and lengths are 64-bit, -1 on failure.
+  // The stream layer. FileOpen to FileSetPosition are the platform layer,
+  // plain calls of the system's stream functions on the stream handle (a
+  // directory opens as the system lets it: Open refuses it); FileGetLength and
+  // FileSetLength are made of the position calls. FileOpen gives
+  // kInvalidHandleValue on failure; positions and lengths are 64-bit, -1 on
+  // failure.
   static void* FileOpen(const TBstr& spec, unsigned int mode, bool create);
   static bool FileClose(void* handle);
   static unsigned int FileRead(void* handle, void* buffer, unsigned int count);

@@ -74,12 +74,12 @@ class OVRA_API TFileFinder : public TFileInfo {
   // "*c" and "a" matches "a*". A null pointer is taken as the empty string.
   static int ComparePattern(const unsigned short* name, const unsigned short* pattern);
 
-  // Platform layer, one directory level per handle. FileFinderFind expands
-  // pattern and loads its first examinable entry into info; it returns the
-  // level's handle, or kInvalidHandleValue when there is none (or on
-  // allocation failure). FileFinderFindNext loads the level's next entry;
-  // false when the level is used up. FileFinderClose releases a handle; a
-  // null handle is ignored.
+  // One directory level per handle, over the system's expansion of the
+  // pattern. FileFinderFind expands pattern and loads its first examinable
+  // entry into info; it returns the level's handle, or kInvalidHandleValue
+  // when there is none (or on allocation failure). FileFinderFindNext loads
+  // the level's next entry; false when the level is used up. FileFinderClose
+  // releases a handle; a null handle is ignored.
   static void* FileFinderFind(const TBstr& pattern, TFileInfo& info);
   static bool FileFinderFindNext(void* handle, TFileInfo& info);
   static void FileFinderClose(void* handle);

@@ -55,7 +55,9 @@ class OVRA_API TLibrary {
   // The spec given to the successful Load; empty when nothing is loaded.
   const TBstr& GetFileSpec() const { return m_fileSpec; }
 
-  // --- platform layer -----------------------------------------------------
+  // --- loading by handle ----------------------------------------------------
+  // What Load, Free and GetProcAddress do, for callers that keep the handle
+  // themselves: the entry-point contract over the system's loader.
 
   // Opens a library and runs its SharedLibInit; the handle, or
   // kInvalidHandleValue on failure. No prefix or suffix is added: spec names

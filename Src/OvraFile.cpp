@@ -1,9 +1,14 @@
-// OvraFile.cpp - the portable half of TFile: state, precondition checks and
-// forwarding to the platform layer, and the path text utilities.
+// OvraFile.cpp - the portable half of TFile: state, precondition checks, the
+// refusal of directories and the measuring of lengths over the platform
+// layer's stream calls, and the path text utilities.
 #include "OvraFile.h"
+
+#include <errno.h>
+#include <stdio.h>
 
 #include <utility>
 
+#include "OvraFilePS.h"
 
 // Defined here as well, so that the library emits it and exports it: a
 // program that binds a reference to it (a test's comparison, say) then finds
@@ -43,6 +48,16 @@ bool TFile::Open(const TBstr& spec, unsigned int mode, bool create) {
   if (copy.IsEmpty()) return false;
   void* handle = FileOpen(spec, mode, create);
   if (handle == kInvalidHandleValue) return false;
+  // A directory may open as a stream (read-only, on POSIX) but is no file to
+  // read or seek. The caller learns why from errno: EISDIR, or the system's
+  // reason when it could not tell, not what closing the stream left there.
+  const int directory = InternalFileIsDirectory(handle);
+  if (directory != 0) {
+    const int error = directory > 0 ? EISDIR : errno;
+    FileClose(handle);
+    errno = error;
+    return false;
+  }
   m_spec = std::move(copy);
   m_handle = handle;
   return true;
@@ -94,6 +109,23 @@ unsigned int TFile::GetLength() const {
 bool TFile::SetLength(unsigned int length) {
   if (!IsOpen()) return false;
   return FileSetLength(m_handle, length);
+}
+
+// Made of the position calls: measuring a length takes the same steps on
+// every system.
+long long TFile::FileGetLength(void* handle) {
+  const long long position = FileGetPosition(handle);
+  if (position < 0) return -1;
+  if (!FileSetPosition(handle, 0, SEEK_END)) return -1;
+  const long long length = FileGetPosition(handle);
+  // Back to where it was, so that the call leaves the position unchanged.
+  if (!FileSetPosition(handle, position, SEEK_SET)) return -1;
+  return length;
+}
+
+bool TFile::FileSetLength(void* handle, unsigned int length) {
+  // Only a move of the position: nothing is truncated or extended.
+  return FileSetPosition(handle, static_cast<long long>(length), SEEK_SET);
 }
 
 // ---------------------------------------------------------------------------

@@ -1,8 +1,10 @@
-// OvraFileFinder.cpp - the portable half of TFileFinder: the stack of
-// searches and the pre-order walk, TFile::GetInfo, and ComparePattern.
+// OvraFileFinder.cpp - the portable half of TFileFinder: one level's search
+// over the platform's expansion, the stack of levels and the pre-order walk,
+// TFile::GetInfo, and ComparePattern.
 #include "OvraFileFinder.h"
 
 #include "OvraCrt.h"
+#include "OvraFileFinderPS.h"
 
 #include <utility>
 
@@ -146,6 +148,26 @@ void TFileFinder::Close() {
   for (int i = m_searches.GetSize() - 1; i >= 0; --i) FileFinderClose(m_searches.GetAt(i));
   m_searches.SetSize(0, -1);
   ResetRecord(*this);
+}
+
+void* TFileFinder::FileFinderFind(const TBstr& pattern, TFileInfo& info) {
+  void* level = InternalFinderExpand(pattern);
+  if (level == kInvalidHandleValue) return kInvalidHandleValue;
+  // A level without one entry to report is no level: the caller gets no
+  // handle, and so has nothing to close.
+  if (!InternalFinderNextEntry(level, info)) {
+    InternalFinderFree(level);
+    return kInvalidHandleValue;
+  }
+  return level;
+}
+
+bool TFileFinder::FileFinderFindNext(void* handle, TFileInfo& info) {
+  return handle != kInvalidHandleValue && InternalFinderNextEntry(handle, info);
+}
+
+void TFileFinder::FileFinderClose(void* handle) {
+  if (handle != kInvalidHandleValue) InternalFinderFree(handle);
 }
 
 TBstr TFileFinder::GetFileSpec() const { return TFile::AppendFileNameToSpec(m_directory, name); }

@@ -9,7 +9,8 @@
 // A character of the system's names: POSIX names are bytes.
 typedef char TSystemChar;
 
-// The terminated single-byte form of `name` for the system, or null when the
+// The terminated single-byte form of `name` for the system, under the rule
+// every byte name follows (ByteNameOf, Src/OvraByteName.h): null when the
 // system cannot be given the name unchanged: when it is empty, or holds a
 // character above 255 (its single-byte form would show "?" there and name
 // another file) or a zero character (the name would end there), or when its

@@ -17,11 +17,6 @@ typedef wchar_t TSystemChar;
 // while `name` is not changed.
 const TSystemChar* SystemNameOf(const TBstr& name);
 
-// The single-byte form of `name` for the calls that take bytes (a symbol name
-// for GetProcAddress), under the same rule as on POSIX: null when it is
-// empty, holds a zero unit or a unit above 255, or its copy cannot be made.
-const char* SystemByteNameOf(const TBstr& name);
-
 // `text` copied unit for unit into `out` ("" gives an empty string). False,
 // with `out` unchanged, when memory runs out or the text is longer than a
 // TBstr can hold.

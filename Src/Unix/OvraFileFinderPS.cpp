@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "OvraFileFinder.h"
+#include "OvraFileFinderPS.h"
 #include "OvraMem.h"
 #include "Unix/OvraSysCalls.h"
 #include "Unix/OvraSystemName.h"
@@ -35,7 +36,7 @@ unsigned int SizeOf(const struct stat& status) {
 
 }  // namespace
 
-void* TFileFinder::FileFinderFind(const TBstr& pattern, TFileInfo& info) {
+void* InternalFinderExpand(const TBstr& pattern) {
   SFileSearch* search = static_cast<SFileSearch*>(OvraMemAlloc(sizeof(SFileSearch)));
   if (!search) return kInvalidHandleValue;
   memset(search, 0, sizeof(SFileSearch));
@@ -48,17 +49,13 @@ void* TFileFinder::FileFinderFind(const TBstr& pattern, TFileInfo& info) {
   } else {
     search->returnCode = GLOB_NOMATCH;
   }
-  if (!FileFinderFindNext(search, info)) {
-    FileFinderClose(search);
-    return kInvalidHandleValue;
-  }
   return search;
 }
 
-bool TFileFinder::FileFinderFindNext(void* handle, TFileInfo& info) {
-  SFileSearch* search = static_cast<SFileSearch*>(handle);
+bool InternalFinderNextEntry(void* level, TFileInfo& info) {
+  SFileSearch* search = static_cast<SFileSearch*>(level);
   // A failed expansion is a level without entries.
-  if (!search || search->returnCode != 0) return false;
+  if (search->returnCode != 0) return false;
   while (search->next < search->result.gl_pathc) {
     const char* path = search->result.gl_pathv[search->next++];
     struct stat status;
@@ -78,9 +75,8 @@ bool TFileFinder::FileFinderFindNext(void* handle, TFileInfo& info) {
   return false;
 }
 
-void TFileFinder::FileFinderClose(void* handle) {
-  SFileSearch* search = static_cast<SFileSearch*>(handle);
-  if (!search) return;
+void InternalFinderFree(void* level) {
+  SFileSearch* search = static_cast<SFileSearch*>(level);
   // A failed expansion may still have kept partial results: whatever it
   // allocated goes, and nothing is freed that it did not allocate.
   if (search->returnCode == 0 || search->result.gl_pathv) g_ovraSysCalls.globfree(&search->result);

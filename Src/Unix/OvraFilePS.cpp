@@ -9,6 +9,7 @@
 #include <utime.h>
 
 #include "OvraFile.h"
+#include "OvraFilePS.h"
 #include "Unix/OvraSysCalls.h"
 #include "Unix/OvraSystemName.h"
 
@@ -32,19 +33,13 @@ void* TFile::FileOpen(const TBstr& spec, unsigned int mode, bool create) {
   text[n] = 0;
   FILE* stream = g_ovraSysCalls.fopen(name, text);
   if (!stream) return kInvalidHandleValue;
-  // A directory opens read-only as a stream but is no file to read or seek.
-  struct stat info;
-  int error = 0;
-  if (g_ovraSysCalls.fstat(fileno(stream), &info) != 0)
-    error = errno;
-  else if (S_ISDIR(info.st_mode))
-    error = EISDIR;
-  if (error != 0) {
-    g_ovraSysCalls.fclose(stream);
-    errno = error;
-    return kInvalidHandleValue;
-  }
   return stream;
+}
+
+int InternalFileIsDirectory(void* handle) {
+  struct stat info;
+  if (g_ovraSysCalls.fstat(fileno(Stream(handle)), &info) != 0) return -1;
+  return S_ISDIR(info.st_mode) ? 1 : 0;
 }
 
 bool TFile::FileClose(void* handle) { return g_ovraSysCalls.fclose(Stream(handle)) == 0; }
@@ -63,22 +58,6 @@ long long TFile::FileGetPosition(void* handle) { return g_ovraSysCalls.ftello(St
 
 bool TFile::FileSetPosition(void* handle, long long offset, int origin) {
   return g_ovraSysCalls.fseeko(Stream(handle), static_cast<off_t>(offset), origin) == 0;
-}
-
-long long TFile::FileGetLength(void* handle) {
-  FILE* stream = Stream(handle);
-  const off_t position = g_ovraSysCalls.ftello(stream);
-  if (position < 0) return -1;
-  if (g_ovraSysCalls.fseeko(stream, 0, SEEK_END) != 0) return -1;
-  const off_t length = g_ovraSysCalls.ftello(stream);
-  // Back to where it was, so that the call leaves the position unchanged.
-  if (g_ovraSysCalls.fseeko(stream, position, SEEK_SET) != 0) return -1;
-  return length;
-}
-
-bool TFile::FileSetLength(void* handle, unsigned int length) {
-  // Only a move of the position: nothing is truncated or extended.
-  return g_ovraSysCalls.fseeko(Stream(handle), static_cast<off_t>(length), SEEK_SET) == 0;
 }
 
 // ---------------------------------------------------------------------------

@@ -6,6 +6,7 @@
 
 #include <utility>
 
+#include "OvraByteName.h"
 #include "OvraMem.h"
 
 namespace {
@@ -13,15 +14,7 @@ namespace {
 constexpr int kStackNameUnits = 256;
 }  // namespace
 
-const TSystemChar* SystemNameOf(const TBstr& name) {
-  const unsigned short* text = name.GetString();
-  const int length = name.GetLength();
-  if (length <= 0) return nullptr;
-  for (int i = 0; i < length; ++i)
-    if (text[i] == 0 || text[i] > 255) return nullptr;
-  const char* narrow = name.GetMultibyteString();
-  return *narrow ? narrow : nullptr;  // "" when the copy could not be made
-}
+const TSystemChar* SystemNameOf(const TBstr& name) { return ByteNameOf(name); }
 
 bool BstrFromSystemName(const TSystemChar* text, TBstr& out) {
   const size_t length = strlen(text);

@@ -20,6 +20,7 @@
 #include <utility>
 
 #include "OvraFileFinder.h"
+#include "OvraFileFinderPS.h"
 #include "OvraMem.h"
 #include "Win32/OvraSysCalls.h"
 #include "Win32/OvraSystemName.h"
@@ -274,7 +275,7 @@ void FreePaths(SPathNode* node) {
 
 }  // namespace
 
-void* TFileFinder::FileFinderFind(const TBstr& pattern, TFileInfo& info) {
+void* InternalFinderExpand(const TBstr& pattern) {
   SFileSearch* search = static_cast<SFileSearch*>(OvraMemAlloc(sizeof(SFileSearch)));
   if (!search) return kInvalidHandleValue;
   memset(search, 0, sizeof(SFileSearch));
@@ -290,16 +291,11 @@ void* TFileFinder::FileFinderFind(const TBstr& pattern, TFileInfo& info) {
     }
   }
   search->next = search->head;
-  if (!FileFinderFindNext(search, info)) {
-    FileFinderClose(search);
-    return kInvalidHandleValue;
-  }
   return search;
 }
 
-bool TFileFinder::FileFinderFindNext(void* handle, TFileInfo& info) {
-  SFileSearch* search = static_cast<SFileSearch*>(handle);
-  if (!search) return false;
+bool InternalFinderNextEntry(void* level, TFileInfo& info) {
+  SFileSearch* search = static_cast<SFileSearch*>(level);
   while (search->next) {
     const wchar_t* path = search->next->text;
     search->next = search->next->next;
@@ -323,9 +319,8 @@ bool TFileFinder::FileFinderFindNext(void* handle, TFileInfo& info) {
   return false;
 }
 
-void TFileFinder::FileFinderClose(void* handle) {
-  SFileSearch* search = static_cast<SFileSearch*>(handle);
-  if (!search) return;
+void InternalFinderFree(void* level) {
+  SFileSearch* search = static_cast<SFileSearch*>(level);
   FreePaths(search->head);
   OvraMemFree(search);
 }

@@ -2,7 +2,6 @@
 // with 64-bit offsets and the system's wide calls on names, nothing else.
 #include <windows.h>
 
-#include <errno.h>
 #include <stdio.h>
 #include <sys/stat.h>
 #include <sys/types.h>
@@ -14,6 +13,7 @@
 #undef RemoveDirectory
 
 #include "OvraFile.h"
+#include "OvraFilePS.h"
 #include "Win32/OvraSysCalls.h"
 #include "Win32/OvraSystemName.h"
 
@@ -45,19 +45,13 @@ void* TFile::FileOpen(const TBstr& spec, unsigned int mode, bool create) {
   text[n] = 0;
   FILE* stream = g_ovraSysCalls.wfopen(name, text);
   if (!stream) return kInvalidHandleValue;
-  // A directory is no file to read or seek, whatever the runtime lets open.
-  struct _stati64 info;
-  int error = 0;
-  if (_fstati64(_fileno(stream), &info) != 0)
-    error = errno;
-  else if ((info.st_mode & _S_IFMT) == _S_IFDIR)
-    error = EISDIR;
-  if (error != 0) {
-    g_ovraSysCalls.fclose(stream);
-    errno = error;
-    return kInvalidHandleValue;
-  }
   return stream;
+}
+
+int InternalFileIsDirectory(void* handle) {
+  struct _stati64 info;
+  if (_fstati64(_fileno(Stream(handle)), &info) != 0) return -1;
+  return (info.st_mode & _S_IFMT) == _S_IFDIR ? 1 : 0;
 }
 
 bool TFile::FileClose(void* handle) { return g_ovraSysCalls.fclose(Stream(handle)) == 0; }
@@ -76,22 +70,6 @@ long long TFile::FileGetPosition(void* handle) { return g_ovraSysCalls.ftelli64(
 
 bool TFile::FileSetPosition(void* handle, long long offset, int origin) {
   return g_ovraSysCalls.fseeki64(Stream(handle), offset, origin) == 0;
-}
-
-long long TFile::FileGetLength(void* handle) {
-  FILE* stream = Stream(handle);
-  const long long position = g_ovraSysCalls.ftelli64(stream);
-  if (position < 0) return -1;
-  if (g_ovraSysCalls.fseeki64(stream, 0, SEEK_END) != 0) return -1;
-  const long long length = g_ovraSysCalls.ftelli64(stream);
-  // Back to where it was, so that the call leaves the position unchanged.
-  if (g_ovraSysCalls.fseeki64(stream, position, SEEK_SET) != 0) return -1;
-  return length;
-}
-
-bool TFile::FileSetLength(void* handle, unsigned int length) {
-  // Only a move of the position: nothing is truncated or extended.
-  return g_ovraSysCalls.fseeki64(Stream(handle), static_cast<long long>(length), SEEK_SET) == 0;
 }
 
 // ---------------------------------------------------------------------------

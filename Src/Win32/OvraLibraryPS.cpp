@@ -6,6 +6,7 @@
 #include <string.h>
 
 #include "OvraLibrary.h"
+#include "OvraLibraryPS.h"
 #include "Win32/OvraSysCalls.h"
 #include "Win32/OvraSystemName.h"
 
@@ -15,38 +16,13 @@ namespace {
 // is opened. Longer text fails the load rather than being cut.
 constexpr size_t kPathBufferSize = 1024;
 
-typedef bool (*SharedLibInitProc)(const TBstr& fileSpec);
-typedef void (*SharedLibTermProc)(void);
-
 HMODULE Module(void* handle) { return static_cast<HMODULE>(handle); }
-
-// The address of an export, or null.
-void* LookupSymbol(void* handle, const char* name) {
-  return reinterpret_cast<void*>(g_ovraSysCalls.GetProcAddress(Module(handle), name));
-}
-
-// True when address lies in the module that handle opened itself; an export
-// forwarded to another module (this runtime, say) does not count.
-bool DefinedByLibrary(void* handle, void* address) {
-  HMODULE owner = nullptr;
-  if (!GetModuleHandleExW(
-          GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-          static_cast<const wchar_t*>(address), &owner))
-    return false;
-  return owner == Module(handle);
-}
-
-// An entry point of the contract, only when the library defines it itself.
-void* LookupEntry(void* handle, const char* name) {
-  void* address = LookupSymbol(handle, name);
-  return address && DefinedByLibrary(handle, address) ? address : nullptr;
-}
 
 }  // namespace
 
 const unsigned short TLibrary::kLibraryExtension[3] = {'d', 'l', 'l'};
 
-void* TLibrary::LibraryLoad(const TBstr& spec) {
+void* InternalLibraryOpen(const TBstr& spec, TBstr& initPath) {
   // Split the spec at its last "/" into directory and file name; without a
   // "/" the directory is the current one, so the loader's search path is
   // never consulted.
@@ -82,47 +58,36 @@ void* TLibrary::LibraryLoad(const TBstr& spec) {
   // The loader takes "\" only; SharedLibInit receives the path with "/", the
   // library's separator.
   wchar_t path[kPathBufferSize];
-  wchar_t initPath[kPathBufferSize];
+  wchar_t initText[kPathBufferSize];
   memcpy(path, resolved, directoryLength * sizeof(wchar_t));
   if (separatorLength) path[directoryLength] = L'\\';
   memcpy(path + directoryLength + separatorLength, fileName, (nameLength + 1) * sizeof(wchar_t));
   for (size_t i = 0;; ++i) {
     if (path[i] == L'/') path[i] = L'\\';
-    initPath[i] = path[i] == L'\\' ? L'/' : path[i];
+    initText[i] = path[i] == L'\\' ? L'/' : path[i];
     if (path[i] == 0) break;
   }
 
-  // The path handed to SharedLibInit is made before the library is opened, so
-  // that running out of memory never opens a library without initialising it.
-  TBstr pathText;
-  if (!BstrFromSystemName(initPath, pathText)) return kInvalidHandleValue;
+  // The text for SharedLibInit comes first: out of memory, nothing is opened.
+  if (!BstrFromSystemName(initText, initPath)) return kInvalidHandleValue;
 
   // With an absolute path the libraries it depends on are looked for beside
   // it first, as its own folder is where they are installed.
-  HMODULE module = g_ovraSysCalls.LoadLibraryExW(path, nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
-  if (!module) return kInvalidHandleValue;
-  void* handle = module;
-  const SharedLibInitProc init =
-      reinterpret_cast<SharedLibInitProc>(LookupEntry(handle, "SharedLibInit"));
-  if (init && init(pathText)) return handle;
-  // Refused, by the library or for want of its entry: closing it the usual
-  // way runs its SharedLibTerm, if it has one.
-  LibraryFree(handle);
-  return kInvalidHandleValue;
+  return g_ovraSysCalls.LoadLibraryExW(path, nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
 }
 
-bool TLibrary::LibraryFree(void* handle) {
-  if (handle == kInvalidHandleValue) return false;
-  const SharedLibTermProc term =
-      reinterpret_cast<SharedLibTermProc>(LookupEntry(handle, "SharedLibTerm"));
-  if (term) term();
-  return g_ovraSysCalls.FreeLibrary(Module(handle)) != 0;
+bool InternalLibraryClose(void* handle) { return g_ovraSysCalls.FreeLibrary(Module(handle)) != 0; }
+
+// The address of an export, or null.
+void* InternalLibraryLookup(void* handle, const char* name) {
+  return reinterpret_cast<void*>(g_ovraSysCalls.GetProcAddress(Module(handle), name));
 }
 
-OvraProc TLibrary::LibraryGetProcAddress(void* handle, const TBstr& name) {
-  if (handle == kInvalidHandleValue) return nullptr;
-  // Export names are bytes: the POSIX rule for symbol names applies.
-  const char* text = SystemByteNameOf(name);
-  if (!text) return nullptr;
-  return reinterpret_cast<OvraProc>(LookupSymbol(handle, text));
+bool InternalLibraryDefines(void* handle, void* address) {
+  HMODULE owner = nullptr;
+  if (!GetModuleHandleExW(
+          GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+          static_cast<const wchar_t*>(address), &owner))
+    return false;
+  return owner == Module(handle);
 }

@@ -18,16 +18,6 @@ const TSystemChar* SystemNameOf(const TBstr& name) {
   return reinterpret_cast<const wchar_t*>(text);
 }
 
-const char* SystemByteNameOf(const TBstr& name) {
-  const unsigned short* text = name.GetString();
-  const int length = name.GetLength();
-  if (length <= 0) return nullptr;
-  for (int i = 0; i < length; ++i)
-    if (text[i] == 0 || text[i] > 255) return nullptr;
-  const char* narrow = name.GetMultibyteString();
-  return *narrow ? narrow : nullptr;  // "" when the copy could not be made
-}
-
 bool BstrFromSystemName(const TSystemChar* text, TBstr& out) {
   const size_t length = wcslen(text);
   if (length == 0) {

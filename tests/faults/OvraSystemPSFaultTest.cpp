@@ -41,6 +41,15 @@ int ChosenUname(struct utsname* names) {
   return 0;
 }
 
+// The three numbers read from the release, each checked on its own. A failure
+// names s_release, the release text the test gave the system, which tells
+// the calls of one test apart.
+void ExpectVersion(const SSystemInfo& info, int major, int minor, unsigned int revision) {
+  EXPECT_EQ(info.majorVersion, major) << "major version of release \"" << s_release << "\"";
+  EXPECT_EQ(info.minorVersion, minor) << "minor version of release \"" << s_release << "\"";
+  EXPECT_EQ(info.revision, revision) << "revision of release \"" << s_release << "\"";
+}
+
 TEST(SystemFaultTest, FailingUnameGivesAnEmptyNameAndZeroVersions) {
   s_calls = 0;
   ScopedCountingLibrary library;
@@ -115,75 +124,49 @@ class SystemInfoTest : public ::testing::Test {
 
 TEST_F(SystemInfoTest, ReleaseWithOneDotSetsRevisionToZero) {
   const SSystemInfo info = Run("5.7");
-  EXPECT_EQ(info.majorVersion, 5);
-  EXPECT_EQ(info.minorVersion, 7);
-  EXPECT_EQ(info.revision, 0u);
+  ExpectVersion(info, 5, 7, 0u);
   EXPECT_EQ(ToU16(info.osName.GetString()), u"Linux");
 }
 
 TEST_F(SystemInfoTest, ReleaseWithTwoDotsGivesThreeNumbers) {
   SSystemInfo info = Run("6.1.0-13-amd64");
-  EXPECT_EQ(info.majorVersion, 6);
-  EXPECT_EQ(info.minorVersion, 1);
-  EXPECT_EQ(info.revision, 0u);
+  ExpectVersion(info, 6, 1, 0u);
   info = Run("2.6.32.71");
-  EXPECT_EQ(info.majorVersion, 2);
-  EXPECT_EQ(info.minorVersion, 6);
-  EXPECT_EQ(info.revision, 32u);
+  ExpectVersion(info, 2, 6, 32u);
   info = Run("10.20.30");
-  EXPECT_EQ(info.majorVersion, 10);
-  EXPECT_EQ(info.minorVersion, 20);
-  EXPECT_EQ(info.revision, 30u);
+  ExpectVersion(info, 10, 20, 30u);
 }
 
 TEST_F(SystemInfoTest, ReleaseWithoutDotLeavesRevisionAsTheCallerHadIt) {
   SSystemInfo info = Run("6");
-  EXPECT_EQ(info.majorVersion, 6);
-  EXPECT_EQ(info.minorVersion, 0);
-  EXPECT_EQ(info.revision, kUntouched);
+  ExpectVersion(info, 6, 0, kUntouched);
   info = Run("");
-  EXPECT_EQ(info.majorVersion, 0);
-  EXPECT_EQ(info.minorVersion, 0);
-  EXPECT_EQ(info.revision, kUntouched);
+  ExpectVersion(info, 0, 0, kUntouched);
   info = Run("7-custom");
-  EXPECT_EQ(info.majorVersion, 7);
-  EXPECT_EQ(info.minorVersion, 0);
-  EXPECT_EQ(info.revision, kUntouched);
+  ExpectVersion(info, 7, 0, kUntouched);
 }
 
 TEST_F(SystemInfoTest, NumbersFollowAtoiRules) {
   // Leading white space and a sign are read, anything else ends a number.
   SSystemInfo info = Run(" 7.\t8.+9x");
-  EXPECT_EQ(info.majorVersion, 7);
-  EXPECT_EQ(info.minorVersion, 8);
-  EXPECT_EQ(info.revision, 9u);
+  ExpectVersion(info, 7, 8, 9u);
   info = Run("-3.-4.-5");
-  EXPECT_EQ(info.majorVersion, -3);
-  EXPECT_EQ(info.minorVersion, -4);
-  EXPECT_EQ(info.revision, 0xFFFFFFFBu);
+  ExpectVersion(info, -3, -4, 0xFFFFFFFBu);
   info = Run("x.y.z");
-  EXPECT_EQ(info.majorVersion, 0);
-  EXPECT_EQ(info.minorVersion, 0);
-  EXPECT_EQ(info.revision, 0u);
+  ExpectVersion(info, 0, 0, 0u);
   info = Run("..");
-  EXPECT_EQ(info.majorVersion, 0);
-  EXPECT_EQ(info.minorVersion, 0);
-  EXPECT_EQ(info.revision, 0u);
+  ExpectVersion(info, 0, 0, 0u);
 }
 
 TEST_F(SystemInfoTest, DotsAreFoundAnywhereInTheRelease) {
   // The first "." may come after other text; the number behind it is read.
   const SSystemInfo info = Run("5-rc1.2");
-  EXPECT_EQ(info.majorVersion, 5);
-  EXPECT_EQ(info.minorVersion, 2);
-  EXPECT_EQ(info.revision, 0u);  // a "." was there, but no second one
+  ExpectVersion(info, 5, 2, 0u);  // a "." was there, but no second one
 }
 
 TEST_F(SystemInfoTest, OversizedNumbersAreClampedAlikeOnEveryPlatform) {
   SSystemInfo info = Run("99999999999.2147483648.99999999999");
-  EXPECT_EQ(info.majorVersion, INT_MAX);
-  EXPECT_EQ(info.minorVersion, INT_MAX);
-  EXPECT_EQ(info.revision, static_cast<unsigned int>(INT_MAX));
+  ExpectVersion(info, INT_MAX, INT_MAX, static_cast<unsigned int>(INT_MAX));
   info = Run("-99999999999.-2147483648");
   EXPECT_EQ(info.majorVersion, INT_MIN);
   EXPECT_EQ(info.minorVersion, INT_MIN);
@@ -213,9 +196,7 @@ TEST_F(SystemInfoTest, FailingSystemGivesAnEmptyNameAndZerosAndStillReturnsZero)
   EXPECT_EQ(OvraGetSystemInfo(&info), 0u);
   EXPECT_EQ(s_calls, 1);
   EXPECT_TRUE(info.osName.IsEmpty());
-  EXPECT_EQ(info.majorVersion, 0);
-  EXPECT_EQ(info.minorVersion, 0);
-  EXPECT_EQ(info.revision, kUntouched);  // an empty release holds no "."
+  ExpectVersion(info, 0, 0, kUntouched);  // an empty release holds no "."
   EXPECT_EQ(info.reserved, 0u);
 }
 
@@ -231,9 +212,7 @@ TEST_F(SystemInfoTest, NameIsEmptyWhenMemoryRunsOutAndNothingLeaks) {
     EXPECT_EQ(OvraGetSystemInfo(&info), 0u);
     StopFailing();
     EXPECT_TRUE(info.osName.IsEmpty());
-    EXPECT_EQ(info.majorVersion, 5);
-    EXPECT_EQ(info.minorVersion, 7);
-    EXPECT_EQ(info.revision, 1u);
+    ExpectVersion(info, 5, 7, 1u);
     EXPECT_EQ(OvraGetSystemInfo(&info), 0u);
     EXPECT_EQ(ToU16(info.osName.GetString()), u"Linux");
     EXPECT_EQ(s_calls, 2);
