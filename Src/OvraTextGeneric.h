@@ -16,7 +16,7 @@
 //   NextUnit(m): unit j set when unit j + 1 was set; Has(m, k); ClearFirst(m)
 //   AnyZero4(uintptr_t) whether four blocks from an address aligned to four
 //   blocks hold a zero unit; AnyStop2(x0, y0, x1, y1) whether two pairs of
-//   blocks hold a difference or a zero unit of x.
+//   blocks hold a difference or a zero unit of x; AnyStop4 the same for four.
 #ifndef OVRA_SRC_OVRATEXTGENERIC_H
 #define OVRA_SRC_OVRATEXTGENERIC_H
 
@@ -245,8 +245,56 @@ OVRA_WIDE_LOADS int GCmp(const unsigned short* a, const unsigned short* b, size_
       if (Bounded) --n;
       continue;
     }
+    const uintptr_t misaligned = pa & (V::kBytes - 1);
+    if (steps >= 2 && misaligned && !(pa & 1)) {
+      // One unaligned block, then on from a's next block boundary (the
+      // blocks overlap by the units already found equal): a's loads are then
+      // aligned and never split a cache line, and when both strings share
+      // their misalignment (two blocks from the same allocator), b's too.
+      typename V::Vec x = V::LoadU(pa);
+      typename V::Vec y = V::LoadU(pb);
+      if (Fold) {
+        x = V::Fold(x);
+        y = V::Fold(y);
+      }
+      const typename V::Mask stop = (V::MaskOf(V::Eq(x, y)) ^ V::Full()) | V::MaskOf(V::Eq(x, zero));
+      if (stop) {
+        const unsigned k = V::First(stop);
+        const unsigned short ca = Fold ? FoldUnit(a[k]) : a[k];
+        const unsigned short cb = Fold ? FoldUnit(b[k]) : b[k];
+        return static_cast<int>(ca) - static_cast<int>(cb);
+      }
+      const size_t advance = (V::kBytes - misaligned) / 2;
+      a += advance;
+      b += advance;
+      if (Bounded) n -= advance;
+      continue;
+    }
     if (Bounded) n -= steps * V::kUnits;
-    // Two blocks at a time while they last, then one.
+    // Four blocks at a time while they last, then two, then one.
+    for (; steps >= 4; steps -= 4) {
+      typename V::Vec x0 = V::LoadU(reinterpret_cast<uintptr_t>(a));
+      typename V::Vec y0 = V::LoadU(reinterpret_cast<uintptr_t>(b));
+      typename V::Vec x1 = V::LoadU(reinterpret_cast<uintptr_t>(a + V::kUnits));
+      typename V::Vec y1 = V::LoadU(reinterpret_cast<uintptr_t>(b + V::kUnits));
+      typename V::Vec x2 = V::LoadU(reinterpret_cast<uintptr_t>(a + 2 * V::kUnits));
+      typename V::Vec y2 = V::LoadU(reinterpret_cast<uintptr_t>(b + 2 * V::kUnits));
+      typename V::Vec x3 = V::LoadU(reinterpret_cast<uintptr_t>(a + 3 * V::kUnits));
+      typename V::Vec y3 = V::LoadU(reinterpret_cast<uintptr_t>(b + 3 * V::kUnits));
+      if (Fold) {
+        x0 = V::Fold(x0);
+        y0 = V::Fold(y0);
+        x1 = V::Fold(x1);
+        y1 = V::Fold(y1);
+        x2 = V::Fold(x2);
+        y2 = V::Fold(y2);
+        x3 = V::Fold(x3);
+        y3 = V::Fold(y3);
+      }
+      if (V::AnyStop4(x0, y0, x1, y1, x2, y2, x3, y3)) break;
+      a += 4 * V::kUnits;
+      b += 4 * V::kUnits;
+    }
     for (; steps >= 2; steps -= 2) {
       typename V::Vec x0 = V::LoadU(reinterpret_cast<uintptr_t>(a));
       typename V::Vec y0 = V::LoadU(reinterpret_cast<uintptr_t>(b));
