@@ -246,33 +246,37 @@ OVRA_WIDE_LOADS int GCmp(const unsigned short* a, const unsigned short* b, size_
       continue;
     }
     const uintptr_t misaligned = pa & (V::kBytes - 1);
+    bool stopAhead = false;  // a difference or the end lies in the next two blocks
     if (steps >= 2 && misaligned && !(pa & 1)) {
-      // One unaligned block, then on from a's next block boundary (the
-      // blocks overlap by the units already found equal): a's loads are then
-      // aligned and never split a cache line, and when both strings share
-      // their misalignment (two blocks from the same allocator), b's too.
-      typename V::Vec x = V::LoadU(pa);
-      typename V::Vec y = V::LoadU(pb);
+      // Two unaligned blocks; when they hold no stop, on from a's block
+      // boundary inside the second (the units skipped were found equal):
+      // a's loads are then aligned and never split a cache line, and when
+      // both strings share their misalignment (two blocks from the same
+      // allocator), b's too. Short strings end in these two blocks and pay
+      // nothing more than before.
+      typename V::Vec x0 = V::LoadU(pa);
+      typename V::Vec y0 = V::LoadU(pb);
+      typename V::Vec x1 = V::LoadU(reinterpret_cast<uintptr_t>(a + V::kUnits));
+      typename V::Vec y1 = V::LoadU(reinterpret_cast<uintptr_t>(b + V::kUnits));
       if (Fold) {
-        x = V::Fold(x);
-        y = V::Fold(y);
+        x0 = V::Fold(x0);
+        y0 = V::Fold(y0);
+        x1 = V::Fold(x1);
+        y1 = V::Fold(y1);
       }
-      const typename V::Mask stop = (V::MaskOf(V::Eq(x, y)) ^ V::Full()) | V::MaskOf(V::Eq(x, zero));
-      if (stop) {
-        const unsigned k = V::First(stop);
-        const unsigned short ca = Fold ? FoldUnit(a[k]) : a[k];
-        const unsigned short cb = Fold ? FoldUnit(b[k]) : b[k];
-        return static_cast<int>(ca) - static_cast<int>(cb);
+      if (!V::AnyStop2(x0, y0, x1, y1)) {
+        const size_t advance = V::kUnits + (V::kBytes - misaligned) / 2;
+        a += advance;
+        b += advance;
+        if (Bounded) n -= advance;
+        continue;
       }
-      const size_t advance = (V::kBytes - misaligned) / 2;
-      a += advance;
-      b += advance;
-      if (Bounded) n -= advance;
-      continue;
+      steps = 2;
+      stopAhead = true;
     }
     if (Bounded) n -= steps * V::kUnits;
     // Four blocks at a time while they last, then two, then one.
-    for (; steps >= 4; steps -= 4) {
+    for (; !stopAhead && steps >= 4; steps -= 4) {
       typename V::Vec x0 = V::LoadU(reinterpret_cast<uintptr_t>(a));
       typename V::Vec y0 = V::LoadU(reinterpret_cast<uintptr_t>(b));
       typename V::Vec x1 = V::LoadU(reinterpret_cast<uintptr_t>(a + V::kUnits));
@@ -295,7 +299,7 @@ OVRA_WIDE_LOADS int GCmp(const unsigned short* a, const unsigned short* b, size_
       a += 4 * V::kUnits;
       b += 4 * V::kUnits;
     }
-    for (; steps >= 2; steps -= 2) {
+    for (; !stopAhead && steps >= 2; steps -= 2) {
       typename V::Vec x0 = V::LoadU(reinterpret_cast<uintptr_t>(a));
       typename V::Vec y0 = V::LoadU(reinterpret_cast<uintptr_t>(b));
       typename V::Vec x1 = V::LoadU(reinterpret_cast<uintptr_t>(a + V::kUnits));
