@@ -12,13 +12,18 @@
 // the chunks beyond kKeptChunks go back to the allocator, so a queue keeps at
 // most kKeptChunks * kChunkRecords records beyond its own after a burst (about
 // 48 KiB with 64-bit pointers), and destroying the queue frees every one.
+//
+// Posters and getters take the lock with a few quick tries before sleeping
+// on it (TQueueLock): each holds it for a few instructions, and with a loop
+// that keeps up with its posters both would otherwise sleep and be woken on
+// the lock for nearly every message.
 #include "OvraMessageQueue.h"
 
 #include <stdint.h>
 
 #include <new>
 
-#include "OvraSync.h"
+#include "OvraQueueLock.h"
 
 namespace {
 
@@ -84,7 +89,7 @@ struct TMessageQueue {
   SRecordChunk* chunks;   // allocated chunks, newest first
   unsigned chunkCount;
   SMessageRecord own[kChunkRecords];
-  TCondVar signal;  // its lock guards the chains
+  TQueueLock signal;  // its lock guards the chains
   OvraMessageAvailableCallback availableCallback;
   void* availableData;
 };
@@ -100,14 +105,14 @@ void InternalDestroyMessageQueue(void* queue) { delete static_cast<TMessageQueue
 
 bool InternalPostMessage(void* handle, unsigned int id, void* param1, void* param2) {
   TMessageQueue* queue = static_cast<TMessageQueue*>(handle);
-  queue->signal.Lock();
+  queue->signal.LockSoon();
   if (!queue->spare) {
     // No free record: allocate a chunk without holding the lock. A failure
     // leaves the queue unchanged.
     queue->signal.Unlock();
     SRecordChunk* chunk = new (std::nothrow) SRecordChunk;
     if (!chunk) return false;
-    queue->signal.Lock();
+    queue->signal.LockSoon();
     chunk->next = queue->chunks;
     queue->chunks = chunk;
     ++queue->chunkCount;
@@ -140,7 +145,7 @@ bool InternalPostMessage(void* handle, unsigned int id, void* param1, void* para
 
 bool InternalGetMessage(void* handle, unsigned int& id, void*& param1, void*& param2, bool wait) {
   TMessageQueue* queue = static_cast<TMessageQueue*>(handle);
-  queue->signal.Lock();
+  queue->signal.LockSoon();
   // One wait, no loop: whatever woke us, the chain is tested once more.
   if (!queue->head && wait) queue->signal.Wait(-1);
   SMessageRecord* record = queue->head;

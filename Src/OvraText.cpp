@@ -226,6 +226,9 @@ struct VSwar {
   static bool AnyStop2(Vec x0, Vec y0, Vec x1, Vec y1) {
     return ((Eq(x0, y0) & Eq(x1, y1)) ^ kHigh) | ZeroUnits(x0) | ZeroUnits(x1);
   }
+  static bool AnyStop4(Vec x0, Vec y0, Vec x1, Vec y1, Vec x2, Vec y2, Vec x3, Vec y3) {
+    return AnyStop2(x0, y0, x1, y1) || AnyStop2(x2, y2, x3, y3);
+  }
   OVRA_WIDE_LOADS static bool AnyZero4(uintptr_t p) {
     const Vec* w = reinterpret_cast<const TWordAlias*>(p);
     return (ZeroUnits(w[0]) | ZeroUnits(w[1]) | ZeroUnits(w[2]) | ZeroUnits(w[3])) != 0;

@@ -49,9 +49,23 @@ struct VAvx2 {
   static Mask ClearFirst(Mask m) { return m & ~(3u << (__builtin_ctz(m) & ~1)); }
   // min(x, x == y) is zero exactly where the units differ or x is zero.
   static bool AnyStop2(Vec x0, Vec y0, Vec x1, Vec y1) {
+    // Keeps x0 and x1 in registers: left alone, the compiler reads each from
+    // memory twice (once per instruction that uses it), and the comparison
+    // is bound by the number of loads.
+    __asm__("" : "+x"(x0), "+x"(x1));
     const Vec t0 = _mm256_min_epu16(x0, _mm256_cmpeq_epi16(x0, y0));
     const Vec t1 = _mm256_min_epu16(x1, _mm256_cmpeq_epi16(x1, y1));
     const Vec z = _mm256_cmpeq_epi16(_mm256_min_epu16(t0, t1), _mm256_setzero_si256());
+    return !_mm256_testz_si256(z, z);
+  }
+  static bool AnyStop4(Vec x0, Vec y0, Vec x1, Vec y1, Vec x2, Vec y2, Vec x3, Vec y3) {
+    __asm__("" : "+x"(x0), "+x"(x1), "+x"(x2), "+x"(x3));
+    const Vec t0 = _mm256_min_epu16(x0, _mm256_cmpeq_epi16(x0, y0));
+    const Vec t1 = _mm256_min_epu16(x1, _mm256_cmpeq_epi16(x1, y1));
+    const Vec t2 = _mm256_min_epu16(x2, _mm256_cmpeq_epi16(x2, y2));
+    const Vec t3 = _mm256_min_epu16(x3, _mm256_cmpeq_epi16(x3, y3));
+    const Vec t = _mm256_min_epu16(_mm256_min_epu16(t0, t1), _mm256_min_epu16(t2, t3));
+    const Vec z = _mm256_cmpeq_epi16(t, _mm256_setzero_si256());
     return !_mm256_testz_si256(z, z);
   }
   OVRA_WIDE_LOADS static bool AnyZero4(uintptr_t p) {

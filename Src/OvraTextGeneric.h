@@ -16,7 +16,7 @@
 //   NextUnit(m): unit j set when unit j + 1 was set; Has(m, k); ClearFirst(m)
 //   AnyZero4(uintptr_t) whether four blocks from an address aligned to four
 //   blocks hold a zero unit; AnyStop2(x0, y0, x1, y1) whether two pairs of
-//   blocks hold a difference or a zero unit of x.
+//   blocks hold a difference or a zero unit of x; AnyStop4 the same for four.
 #ifndef OVRA_SRC_OVRATEXTGENERIC_H
 #define OVRA_SRC_OVRATEXTGENERIC_H
 
@@ -194,6 +194,26 @@ OVRA_WIDE_LOADS unsigned short* GRchr(const unsigned short* s, unsigned short ch
   }
 }
 
+// The comparison's block tests: a unit that differs, or a zero unit of a,
+// in the k blocks from a and b (unaligned loads, folded when Fold).
+template <class V, bool Fold>
+OVRA_WIDE_LOADS inline typename V::Vec CmpLoad(const unsigned short* p) {
+  const typename V::Vec v = V::LoadU(reinterpret_cast<uintptr_t>(p));
+  return Fold ? V::Fold(v) : v;
+}
+template <class V, bool Fold>
+OVRA_WIDE_LOADS inline bool AnyStopIn2(const unsigned short* a, const unsigned short* b) {
+  return V::AnyStop2(CmpLoad<V, Fold>(a), CmpLoad<V, Fold>(b), CmpLoad<V, Fold>(a + V::kUnits),
+                     CmpLoad<V, Fold>(b + V::kUnits));
+}
+template <class V, bool Fold>
+OVRA_WIDE_LOADS inline bool AnyStopIn4(const unsigned short* a, const unsigned short* b) {
+  return V::AnyStop4(CmpLoad<V, Fold>(a), CmpLoad<V, Fold>(b), CmpLoad<V, Fold>(a + V::kUnits),
+                     CmpLoad<V, Fold>(b + V::kUnits), CmpLoad<V, Fold>(a + 2 * V::kUnits),
+                     CmpLoad<V, Fold>(b + 2 * V::kUnits), CmpLoad<V, Fold>(a + 3 * V::kUnits),
+                     CmpLoad<V, Fold>(b + 3 * V::kUnits));
+}
+
 // ucscmp (Fold false) and ucsicmp (Fold true), n unbounded (Bounded false) or
 // at most n units. Unaligned blocks are read only while neither of them
 // crosses the end of its page; the last units before a page end go one by one.
@@ -217,12 +237,8 @@ OVRA_WIDE_LOADS int GCmp(const unsigned short* a, const unsigned short* b, size_
       // there and starts among units already compared (so inside pages
       // already read), its first `back` units ignored.
       const unsigned back = V::kUnits - static_cast<unsigned>(units);
-      typename V::Vec x = V::LoadU(reinterpret_cast<uintptr_t>(a - back));
-      typename V::Vec y = V::LoadU(reinterpret_cast<uintptr_t>(b - back));
-      if (Fold) {
-        x = V::Fold(x);
-        y = V::Fold(y);
-      }
+      const typename V::Vec x = CmpLoad<V, Fold>(a - back);
+      const typename V::Vec y = CmpLoad<V, Fold>(b - back);
       const typename V::Mask stop = V::DropBefore(
           (V::MaskOf(V::Eq(x, y)) ^ V::Full()) | V::MaskOf(V::Eq(x, zero)), back);
       if (stop) {
@@ -245,31 +261,41 @@ OVRA_WIDE_LOADS int GCmp(const unsigned short* a, const unsigned short* b, size_
       if (Bounded) --n;
       continue;
     }
-    if (Bounded) n -= steps * V::kUnits;
-    // Two blocks at a time while they last, then one.
-    for (; steps >= 2; steps -= 2) {
-      typename V::Vec x0 = V::LoadU(reinterpret_cast<uintptr_t>(a));
-      typename V::Vec y0 = V::LoadU(reinterpret_cast<uintptr_t>(b));
-      typename V::Vec x1 = V::LoadU(reinterpret_cast<uintptr_t>(a + V::kUnits));
-      typename V::Vec y1 = V::LoadU(reinterpret_cast<uintptr_t>(b + V::kUnits));
-      if (Fold) {
-        x0 = V::Fold(x0);
-        y0 = V::Fold(y0);
-        x1 = V::Fold(x1);
-        y1 = V::Fold(y1);
+    const uintptr_t misaligned = pa & (V::kBytes - 1);
+    bool stopAhead = false;  // a difference or the end lies in the next two blocks
+    if (steps >= 2 && misaligned && !(pa & 1)) {
+      // Two unaligned blocks; when they hold no stop, on from a's block
+      // boundary inside the second (the units skipped were found equal):
+      // a's loads are then aligned and never split a cache line, and when
+      // both strings share their misalignment (two blocks from the same
+      // allocator), b's too. Short strings end in these two blocks and pay
+      // nothing more than before.
+      if (!AnyStopIn2<V, Fold>(a, b)) {
+        const size_t advance = V::kUnits + (V::kBytes - misaligned) / 2;
+        a += advance;
+        b += advance;
+        if (Bounded) n -= advance;
+        continue;
       }
-      if (V::AnyStop2(x0, y0, x1, y1)) break;
+      steps = 2;
+      stopAhead = true;
+    }
+    if (Bounded) n -= steps * V::kUnits;
+    // Four blocks at a time while they last, then two, then one.
+    for (; !stopAhead && steps >= 4; steps -= 4) {
+      if (AnyStopIn4<V, Fold>(a, b)) break;
+      a += 4 * V::kUnits;
+      b += 4 * V::kUnits;
+    }
+    for (; !stopAhead && steps >= 2; steps -= 2) {
+      if (AnyStopIn2<V, Fold>(a, b)) break;
       a += 2 * V::kUnits;
       b += 2 * V::kUnits;
     }
     if (steps == 0) continue;
     do {
-      typename V::Vec x = V::LoadU(reinterpret_cast<uintptr_t>(a));
-      typename V::Vec y = V::LoadU(reinterpret_cast<uintptr_t>(b));
-      if (Fold) {
-        x = V::Fold(x);
-        y = V::Fold(y);
-      }
+      const typename V::Vec x = CmpLoad<V, Fold>(a);
+      const typename V::Vec y = CmpLoad<V, Fold>(b);
       const typename V::Mask stop = (V::MaskOf(V::Eq(x, y)) ^ V::Full()) | V::MaskOf(V::Eq(x, zero));
       if (stop) {
         const unsigned k = V::First(stop);

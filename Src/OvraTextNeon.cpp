@@ -48,6 +48,13 @@ struct VNeon {
     const Vec t1 = vminq_u16(x1, vceqq_u16(x1, y1));
     return vminvq_u16(vminq_u16(t0, t1)) == 0;
   }
+  static bool AnyStop4(Vec x0, Vec y0, Vec x1, Vec y1, Vec x2, Vec y2, Vec x3, Vec y3) {
+    const Vec t0 = vminq_u16(x0, vceqq_u16(x0, y0));
+    const Vec t1 = vminq_u16(x1, vceqq_u16(x1, y1));
+    const Vec t2 = vminq_u16(x2, vceqq_u16(x2, y2));
+    const Vec t3 = vminq_u16(x3, vceqq_u16(x3, y3));
+    return vminvq_u16(vminq_u16(vminq_u16(t0, t1), vminq_u16(t2, t3))) == 0;
+  }
   OVRA_WIDE_LOADS static bool AnyZero4(uintptr_t p) {
     const Vec low = vminq_u16(LoadA(p), LoadA(p + 16));
     const Vec high = vminq_u16(LoadA(p + 32), LoadA(p + 48));

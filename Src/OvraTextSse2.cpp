@@ -43,9 +43,20 @@ struct VSse2 {
   static bool Has(Mask m, unsigned k) { return (m >> (2 * k)) & 1; }
   static Mask ClearFirst(Mask m) { return m & ~(3u << (__builtin_ctz(m) & ~1)); }
   static bool AnyStop2(Vec x0, Vec y0, Vec x1, Vec y1) {
+    // Keeps x0 and x1 in registers (see the AVX2 table): each is used twice.
+    __asm__("" : "+x"(x0), "+x"(x1));
     const Vec z = _mm_setzero_si128();
     const Vec same = _mm_and_si128(_mm_cmpeq_epi16(x0, y0), _mm_cmpeq_epi16(x1, y1));
     const Vec zero = _mm_or_si128(_mm_cmpeq_epi16(x0, z), _mm_cmpeq_epi16(x1, z));
+    return _mm_movemask_epi8(_mm_andnot_si128(zero, same)) != 0xFFFF;
+  }
+  static bool AnyStop4(Vec x0, Vec y0, Vec x1, Vec y1, Vec x2, Vec y2, Vec x3, Vec y3) {
+    __asm__("" : "+x"(x0), "+x"(x1), "+x"(x2), "+x"(x3));
+    const Vec z = _mm_setzero_si128();
+    const Vec same = _mm_and_si128(_mm_and_si128(_mm_cmpeq_epi16(x0, y0), _mm_cmpeq_epi16(x1, y1)),
+                                   _mm_and_si128(_mm_cmpeq_epi16(x2, y2), _mm_cmpeq_epi16(x3, y3)));
+    const Vec zero = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi16(x0, z), _mm_cmpeq_epi16(x1, z)),
+                                  _mm_or_si128(_mm_cmpeq_epi16(x2, z), _mm_cmpeq_epi16(x3, z)));
     return _mm_movemask_epi8(_mm_andnot_si128(zero, same)) != 0xFFFF;
   }
   OVRA_WIDE_LOADS static bool AnyZero4(uintptr_t p) {

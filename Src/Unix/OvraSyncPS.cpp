@@ -1,7 +1,8 @@
-// OvraSyncPS.cpp - POSIX bodies of TCritSec and TCondVar: POSIX threads' mutex
-// and condition calls only.
+// OvraSyncPS.cpp - POSIX bodies of TCritSec, TCondVar and the message queue's
+// try-lock: POSIX threads' mutex and condition calls only.
 #include <sys/time.h>
 
+#include "OvraQueueLock.h"
 #include "Unix/OvraSyncPS.h"
 
 void TCritSec::Init() { pthread_mutex_init(SystemMutex(m_mutex), nullptr); }
@@ -31,3 +32,5 @@ bool TCondVar::Wait(int timeoutMs) {
 }
 
 void TCondVar::Signal() { pthread_cond_signal(SystemCond(m_cond)); }
+
+bool TQueueLock::TryLock() { return pthread_mutex_trylock(SystemMutex(m_mutex)) == 0; }

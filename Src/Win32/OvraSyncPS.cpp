@@ -1,5 +1,6 @@
-// OvraSyncPS.cpp - Windows bodies of TCritSec and TCondVar: slim reader/writer
-// lock and condition variable calls only.
+// OvraSyncPS.cpp - Windows bodies of TCritSec, TCondVar and the message queue's
+// try-lock: slim reader/writer lock and condition variable calls only.
+#include "OvraQueueLock.h"
 #include "Win32/OvraSyncPS.h"
 
 namespace {
@@ -57,3 +58,5 @@ bool TCondVar::Wait(int timeoutMs) {
 }
 
 void TCondVar::Signal() { WakeConditionVariable(SystemCond(m_cond)); }
+
+bool TQueueLock::TryLock() { return TryAcquireSRWLockExclusive(SystemMutex(m_mutex)) != 0; }
