@@ -44,7 +44,7 @@ void* LookupEntry(void* handle, const char* name) {
 
 }  // namespace
 
-const unsigned short TLibrary::kLibraryExtension[3] = {'d', 'l', 'l'};
+const unsigned short TLibrary::kLibraryExtension[4] = {'d', 'l', 'l', 0};
 
 void* TLibrary::LibraryLoad(const TBstr& spec) {
   // Split the spec at its last "/" into directory and file name; without a
@@ -80,16 +80,23 @@ void* TLibrary::LibraryLoad(const TBstr& spec) {
   if (directoryLength + separatorLength + nameLength >= kPathBufferSize)
     return kInvalidHandleValue;
   // The loader takes "\" only; SharedLibInit receives the path with "/", the
-  // library's separator.
-  wchar_t path[kPathBufferSize];
+  // library's separator. The loader's path has room for one more unit.
+  wchar_t path[kPathBufferSize + 1];
   wchar_t initPath[kPathBufferSize];
   memcpy(path, resolved, directoryLength * sizeof(wchar_t));
   if (separatorLength) path[directoryLength] = L'\\';
   memcpy(path + directoryLength + separatorLength, fileName, (nameLength + 1) * sizeof(wchar_t));
-  for (size_t i = 0;; ++i) {
-    if (path[i] == L'/') path[i] = L'\\';
-    initPath[i] = path[i] == L'\\' ? L'/' : path[i];
-    if (path[i] == 0) break;
+  size_t pathLength = 0;
+  for (;; ++pathLength) {
+    if (path[pathLength] == L'/') path[pathLength] = L'\\';
+    initPath[pathLength] = path[pathLength] == L'\\' ? L'/' : path[pathLength];
+    if (path[pathLength] == 0) break;
+  }
+  // The loader adds ".dll" to a file name without a dot; a final dot, which
+  // names no part of the file, makes it open the name as given.
+  if (!wcschr(fileName, L'.')) {
+    path[pathLength] = L'.';
+    path[pathLength + 1] = 0;
   }
 
   // The path handed to SharedLibInit is made before the library is opened, so
