@@ -25,9 +25,16 @@ typedef int (*OvraProc)(void);
 // copyable (the object owns its loader handle).
 class OVRA_API TLibrary {
  public:
-  // The file-name extension of shared libraries on this platform, "so" ("dll"
-  // on Windows), for callers that build file names. Load never adds it (nor a "lib" prefix).
+  // The file-name extension of shared libraries on this platform, without its
+  // dot and with a terminating zero unit, for callers that build file names.
+  // Load never adds it (nor a "lib" prefix).
+#if defined(_WIN32)
+  // "dll" and its terminator.
+  static const unsigned short kLibraryExtension[4];
+#else
+  // "so" and its terminator.
   static const unsigned short kLibraryExtension[3];
+#endif
 
   // Nothing loaded, empty file spec.
   TLibrary();

@@ -11,7 +11,9 @@
 // A calendar time: whole seconds since 1970-01-01 00:00:00 UTC, held as the
 // platform's time_t (32-bit on i386, 64-bit on LP64). The value 0 also marks a
 // digit string that could not be parsed, and -1 a date mktime could not
-// represent. No virtual operations; copy it freely.
+// represent. On Windows the C runtime's mktime, gmtime and localtime take no
+// time before 1970-01-01 00:00:00 UTC: an earlier date stores -1 there, and a
+// negative value converts to null. No virtual operations; copy it freely.
 class OVRA_API TTime {
  public:
   // The value 0 (1970-01-01 00:00:00 UTC).

@@ -20,6 +20,7 @@
 
 #include "TestPlatform.h"
 #include "OvraFormat.h"
+#include "TestPeFile.h"
 #include "TestWide.h"
 
 namespace {
@@ -706,6 +707,26 @@ struct NmSymbol {
   unsigned long long size;
 };
 
+#if defined(_WIN32)
+// The library's exports, with their section's kind as nm would give it
+// (T code, D initialised writable data, B other writable data, R read-only
+// data) and their address relative to the image. The export directory has no
+// sizes: size is 0.
+std::map<std::string, NmSymbol> LibrarySymbols() {
+  std::map<std::string, NmSymbol> out;
+  std::string error;
+  for (const ovra_test::PeExport& e : ovra_test::PeFile(OVRA_LIBRARY_FILE).Exports(error)) {
+    char type = 'R';
+    if (e.section & (ovra_test::kPeSectionCode | ovra_test::kPeSectionExecutable))
+      type = 'T';
+    else if (e.section & ovra_test::kPeSectionWritable)
+      type = e.section & ovra_test::kPeSectionInitializedData ? 'D' : 'B';
+    out[e.name] = {type, e.rva, 0};
+  }
+  EXPECT_EQ(error, "") << OVRA_LIBRARY_FILE;
+  return out;
+}
+#else
 // The library's own dynamic symbols, with type, address and size.
 std::map<std::string, NmSymbol> LibrarySymbols() {
   std::map<std::string, NmSymbol> out;
@@ -721,6 +742,7 @@ std::map<std::string, NmSymbol> LibrarySymbols() {
   pclose(p);
   return out;
 }
+#endif
 
 #if defined(__SANITIZE_ADDRESS__)
 constexpr bool kGlobalsPadded = true;
@@ -746,13 +768,19 @@ TEST(OvraTableTest, EveryEntryIsAnExportedWritablePointerObjectInTableOrder) {
     auto it = symbols.find(e.name);
     ASSERT_NE(it, symbols.end()) << e.name << " is not exported";
     EXPECT_EQ(it->second.type, 'D') << e.name << " is not in writable initialised data";
+    EXPECT_GE(it->second.address, nextFree) << e.name << " is out of table order";
+#if defined(_WIN32)
+    // No sizes in a DLL's export directory: each object must leave a
+    // pointer's room before the next.
+    nextFree = it->second.address + sizeof(void*);
+#else
     // AddressSanitizer pads every global with a red zone, which counts in its size.
     if (kGlobalsPadded)
       EXPECT_GE(it->second.size, sizeof(void*)) << e.name;
     else
       EXPECT_EQ(it->second.size, sizeof(void*)) << e.name;
-    EXPECT_GE(it->second.address, nextFree) << e.name << " is out of table order";
     nextFree = it->second.address + it->second.size;
+#endif
   }
 }
 
@@ -771,9 +799,51 @@ TEST(OvraTableTest, EveryEntryResolvesByNameToTheObjectCallersUse) {
   }
 }
 
+#if defined(_WIN32)
+// Where a call through f lands: an import jump (jmp *disp32(%rip), the
+// bytes FF 25) goes on to the address in its slot.
+const void* FinalCode(const void* f) {
+  const unsigned char* code = static_cast<const unsigned char*>(f);
+  for (int hops = 0; code && hops < 4 && code[0] == 0xFF && code[1] == 0x25; ++hops) {
+    int32_t disp = 0;
+    memcpy(&disp, code + 2, sizeof disp);
+    const void* slot = nullptr;
+    memcpy(&slot, code + 6 + disp, sizeof slot);
+    code = static_cast<const unsigned char*>(slot);
+  }
+  return code;
+}
+#endif
+
 TEST(OvraTableTest, EveryEntryStartsAtItsTarget) {
+#if defined(_WIN32)
+  // A function of another module is reached through an import jump in each
+  // module that takes its address: compared are the jumps' ends. The C
+  // headers of MinGW-w64 define some functions inline (time, sprintf,
+  // snprintf), and every module that takes the address of one has a copy of
+  // its own: where this program's target is such a copy, the entry must be
+  // the library's copy (what it does is checked by EveryEntryCallsItsTarget).
+  const std::string self =
+      ovra_test::win::ModuleFileOf(reinterpret_cast<const void*>(&FinalCode));
+  const std::string library = ovra_test::win::ModuleFileOf(reinterpret_cast<const void*>(
+      &ucslen));
+  ASSERT_FALSE(self.empty());
+  ASSERT_FALSE(library.empty());
+  ASSERT_NE(self, library);
+#define OVRA_CHECK_TARGET(name, target)                                                 \
+  {                                                                                     \
+    const void* entry = FinalCode(reinterpret_cast<const void*>(name));                 \
+    const void* mine = FinalCode(reinterpret_cast<const void*>(                         \
+        static_cast<decltype(name)>(target)));                                          \
+    if (entry != mine) {                                                                \
+      EXPECT_EQ(ovra_test::win::ModuleFileOf(mine), self) << #name << " leads elsewhere";  \
+      EXPECT_EQ(ovra_test::win::ModuleFileOf(entry), library) << #name;                  \
+    }                                                                                   \
+  }
+#else
 #define OVRA_CHECK_TARGET(name, target) \
   EXPECT_EQ(name, static_cast<decltype(name)>(target)) << #name;
+#endif
   OVRA_TABLE(OVRA_CHECK_TARGET)
 #undef OVRA_CHECK_TARGET
 }

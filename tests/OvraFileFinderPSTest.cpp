@@ -88,6 +88,9 @@ TEST_F(FinderLevelTest, LinksAreExaminedThemselves) {
 }
 
 TEST_F(FinderLevelTest, RootPatternReturnsTheRootItself) {
+  // Under Wine "/" is the root of the POSIX file system (not of the current
+  // drive), which Wine reports as a reparse point, that is as a link.
+  OVRA_SKIP_UNDER_WINE("\"/\" is the POSIX root there, which Wine reports as a link");
   TFileInfo info;
   void* handle = TFileFinder::FileFinderFind(B("/"), info);
   ASSERT_NE(handle, kInvalidHandleValue);
@@ -108,11 +111,17 @@ TEST_F(FinderLevelTest, HiddenEntriesNeedAPatternBeginningWithADot) {
 
 TEST_F(FinderLevelTest, PatternCharactersAreTheSystems) {
   ASSERT_TRUE(ovra_test::MakeDir("d"));
-  for (const char* name : {"a1", "a2", "b1", "a[1]", "x*y"}) ASSERT_TRUE(WriteFile(std::string("d/") + name, "x"));
+  for (const char* name : {"a1", "a2", "b1", "a[1]"}) ASSERT_TRUE(WriteFile(std::string("d/") + name, "x"));
   EXPECT_EQ(Level("d/a?"), (std::set<std::string>{"a1", "a2"}));
   EXPECT_EQ(Level("d/[ab]1"), (std::set<std::string>{"a1", "b1"}));
   EXPECT_EQ(Level("d/a\\[1\\]"), (std::set<std::string>{"a[1]"}));
-  EXPECT_EQ(Level("d/x\\*y"), (std::set<std::string>{"x*y"}));
+  if (ovra_test::kWindows) {
+    // Windows takes no "*" in a name; a quoted one names nothing.
+    EXPECT_EQ(Level("d/a\\*"), (std::set<std::string>{}));
+  } else {
+    ASSERT_TRUE(WriteFile("d/x*y", "x"));
+    EXPECT_EQ(Level("d/x\\*y"), (std::set<std::string>{"x*y"}));
+  }
 }
 
 TEST_F(FinderLevelTest, EntriesThatVanishAfterTheExpansionAreSkipped) {

@@ -48,18 +48,25 @@ TEST_F(LibraryTest, NewObjectIsNotLoadedAndHasAnEmptySpec) {
   EXPECT_TRUE(library.GetFileSpec().IsEmpty());
 }
 
-TEST_F(LibraryTest, LibraryExtensionIsSo) {
-  EXPECT_EQ(ToU16(TLibrary::kLibraryExtension), u"so");
+// The extension of the platform's shared libraries, with its dot.
+const std::string kExtension = kWindows ? ".dll" : ".so";
+
+TEST_F(LibraryTest, LibraryExtensionIsThePlatformsOwn) {
+  // The whole array: the text and one terminating zero.
+  const std::u16string expected = kWindows ? u"dll" : u"so";
+  ASSERT_EQ(sizeof TLibrary::kLibraryExtension, (expected.size() + 1) * sizeof(unsigned short));
+  EXPECT_EQ(ToU16(TLibrary::kLibraryExtension), expected);
 }
 
 TEST_F(LibraryTest, LoadAddsNoExtensionOrPrefix) {
   const std::string accept = kAccept;
   ASSERT_EQ(accept.substr(0, 3), "lib");
-  ASSERT_EQ(accept.substr(accept.size() - 3), ".so");
-  const std::string stem = accept.substr(3, accept.size() - 6);  // "ovra_test_accept"
+  ASSERT_EQ(accept.substr(accept.size() - kExtension.size()), kExtension);
+  // "ovra_test_accept"
+  const std::string stem = accept.substr(3, accept.size() - 3 - kExtension.size());
   TLibrary library;
   EXPECT_FALSE(library.Load(Spec(PluginDir() + "/lib" + stem)));
-  EXPECT_FALSE(library.Load(Spec(PluginDir() + "/" + stem + ".so")));
+  EXPECT_FALSE(library.Load(Spec(PluginDir() + "/" + stem + kExtension)));
   EXPECT_FALSE(library.Load(Spec(PluginDir() + "/" + stem)));
   EXPECT_FALSE(library.IsLoaded());
   EXPECT_TRUE(PluginEvents().empty());
@@ -187,16 +194,17 @@ TEST_F(LibraryTest, LoadOfBareNameOpensTheFileInTheCurrentDirectory) {
 }
 
 TEST_F(LibraryTest, LoadOfBareNameIgnoresTheLoadersSearchPath) {
-  // The runtime's soname is known to the loader (the program was linked with
-  // it), so a search of the loader's path would find it; the current folder
-  // has no such file.
-  ASSERT_TRUE(IsOpen("libovra.so.1"));
+  // The runtime's soname (on Windows its DLL's name) is known to the loader
+  // (the program was linked with it), so a search of the loader's path would
+  // find it; the current folder has no such file.
+  const char* const runtime = kWindows ? "ovra.dll" : "libovra.so.1";
+  ASSERT_TRUE(IsOpen(runtime));
   TempDir empty;
   ASSERT_FALSE(empty.path().empty());
   ScopedWorkingDirectory cwd(empty.path());
   ASSERT_TRUE(cwd.changed());
   TLibrary library;
-  EXPECT_FALSE(library.Load(TBstr("libovra.so.1")));
+  EXPECT_FALSE(library.Load(TBstr(runtime)));
   EXPECT_FALSE(library.IsLoaded());
   EXPECT_FALSE(library.Load(Spec(kAccept)));
   EXPECT_TRUE(PluginEvents().empty());

@@ -42,9 +42,43 @@ inline std::string Narrow(const TBstr& s) {
 }
 
 #if defined(_WIN32)
-inline bool Exists(const std::string& path) { return win::Exists(path); }
-inline bool IsDirectory(const std::string& path) { return win::IsDirectory(path); }
-inline long long SizeOf(const std::string& path) { return win::SizeOf(path); }
+// The tests' names are bytes, and the library widens each byte of a name to
+// the character of that value (B above): on Windows the helpers below give
+// the system that same name, through its wide calls (which take UTF-8 here).
+inline std::string SystemPath(const std::string& bytes) {
+  std::string utf8;
+  for (char ch : bytes) {
+    const unsigned char c = static_cast<unsigned char>(ch);
+    if (c < 0x80) {
+      utf8 += ch;
+    } else {
+      utf8 += static_cast<char>(0xC0 | c >> 6);
+      utf8 += static_cast<char>(0x80 | (c & 0x3F));
+    }
+  }
+  return utf8;
+}
+
+// The bytes of a UTF-8 path the system gave, each character below 256 one
+// byte; empty when a character does not fit.
+inline std::string BytePath(const std::string& utf8) {
+  std::string bytes;
+  for (size_t i = 0; i < utf8.size(); ++i) {
+    const unsigned char c = static_cast<unsigned char>(utf8[i]);
+    if (c < 0x80) {
+      bytes += utf8[i];
+    } else if ((c == 0xC2 || c == 0xC3) && i + 1 < utf8.size()) {
+      bytes += static_cast<char>((c & 0x03) << 6 | (static_cast<unsigned char>(utf8[++i]) & 0x3F));
+    } else {
+      return std::string();
+    }
+  }
+  return bytes;
+}
+
+inline bool Exists(const std::string& path) { return win::Exists(SystemPath(path)); }
+inline bool IsDirectory(const std::string& path) { return win::IsDirectory(SystemPath(path)); }
+inline long long SizeOf(const std::string& path) { return win::SizeOf(SystemPath(path)); }
 #else
 inline bool Exists(const std::string& path) {
   struct stat st;
@@ -62,8 +96,17 @@ inline long long SizeOf(const std::string& path) {
 }
 #endif
 
+// A stream on the file at path (see SystemPath on Windows).
+inline FILE* OpenFile(const std::string& path, const char* mode) {
+#if defined(_WIN32)
+  return win::OpenFile(SystemPath(path), mode);
+#else
+  return fopen(path.c_str(), mode);
+#endif
+}
+
 inline bool WriteFile(const std::string& path, const std::string& bytes) {
-  FILE* f = fopen(path.c_str(), "wb");
+  FILE* f = OpenFile(path, "wb");
   if (!f) return false;
   const bool ok = fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size();
   return fclose(f) == 0 && ok;
@@ -71,7 +114,7 @@ inline bool WriteFile(const std::string& path, const std::string& bytes) {
 
 inline std::string ReadFile(const std::string& path) {
   std::string out;
-  FILE* f = fopen(path.c_str(), "rb");
+  FILE* f = OpenFile(path, "rb");
   if (!f) return out;
   char buffer[4096];
   size_t n;
@@ -84,7 +127,7 @@ inline std::string ReadFile(const std::string& path) {
 // when the file system refuses the size.
 #if defined(_WIN32)
 inline bool MakeSparseFile(const std::string& path, long long size) {
-  return win::MakeSparseFile(path, size);
+  return win::MakeSparseFile(SystemPath(path), size);
 }
 #else
 inline bool MakeSparseFile(const std::string& path, long long size) {
@@ -99,7 +142,7 @@ inline bool MakeSparseFile(const std::string& path, long long size) {
 // Removes a tree without following links, first giving back any permission a
 // test took away.
 #if defined(_WIN32)
-inline void RemoveTree(const std::string& path) { win::RemoveTree(path); }
+inline void RemoveTree(const std::string& path) { win::RemoveTree(SystemPath(path)); }
 #else
 inline void RemoveTree(const std::string& path) {
   struct stat st;
@@ -159,17 +202,38 @@ inline Unprivileged RunUnprivileged(const std::function<bool()>& check) {
 // with prefix; its path, or empty when none could be made.
 inline std::string MakeTempFolder(const char* prefix) {
 #if defined(_WIN32)
-  return win::MakeTempFolder(prefix);
+  // Written with /, the library's separator: a \ in a pattern quotes the
+  // character after it, and the path utilities split at / only.
+  std::string folder = BytePath(win::MakeTempFolder(prefix));
+  for (char& c : folder) {
+    if (c == '\\') c = '/';
+  }
+  return folder;
 #else
   std::string pattern = std::string("/tmp/") + prefix + "-XXXXXX";
   return mkdtemp(&pattern[0]) ? pattern : std::string();
 #endif
 }
 
+// What TFile::GetTempDirectory gives: "/tmp/" on POSIX systems, the system's
+// temporary folder written with / on Windows.
+inline std::string ExpectedTempDirectory() {
+#if defined(_WIN32)
+  std::string folder = BytePath(win::TempPath());
+  for (char& c : folder) {
+    if (c == '\\') c = '/';
+  }
+  if (!folder.empty() && folder.back() != '/') folder += '/';
+  return folder;
+#else
+  return "/tmp/";
+#endif
+}
+
 // The current directory; empty when it cannot be read.
 inline std::string CurrentDirectory() {
 #if defined(_WIN32)
-  return win::CurrentDirectory();
+  return BytePath(win::CurrentDirectory());
 #else
   char buffer[4096];
   return getcwd(buffer, sizeof buffer) ? std::string(buffer) : std::string();
@@ -178,7 +242,7 @@ inline std::string CurrentDirectory() {
 
 inline bool ChangeDirectory(const std::string& path) {
 #if defined(_WIN32)
-  return win::ChangeDirectory(path);
+  return win::ChangeDirectory(SystemPath(path));
 #else
   return chdir(path.c_str()) == 0;
 #endif
@@ -188,7 +252,7 @@ inline bool ChangeDirectory(const std::string& path) {
 inline bool MakeDir(const std::string& path, int mode = 0755) {
 #if defined(_WIN32)
   static_cast<void>(mode);
-  return win::MakeDirectory(path);
+  return win::MakeDirectory(SystemPath(path));
 #else
   return mkdir(path.c_str(), static_cast<mode_t>(mode)) == 0;
 #endif
@@ -220,7 +284,7 @@ inline bool CanMakeSymlinks() {
 // resolved from the link's folder).
 inline bool MakeSymlink(const std::string& target, const std::string& link) {
 #if defined(_WIN32)
-  return win::MakeSymlink(target, link);
+  return win::MakeSymlink(SystemPath(target), SystemPath(link));
 #else
   return symlink(target.c_str(), link.c_str()) == 0;
 #endif

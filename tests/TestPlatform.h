@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 #include <stddef.h>
 #include <stdint.h>
+#include <stdio.h>
 
 #include <string>
 
@@ -22,6 +23,17 @@
 #define OVRA_SKIP_ON_WINDOWS(reason) GTEST_SKIP() << "not on Windows: " << (reason)
 #else
 #define OVRA_SKIP_ON_WINDOWS(reason) static_cast<void>(0)
+#endif
+
+// The same for what only Wine (which runs the Windows build's tests on a
+// POSIX machine) does differently from Windows itself: the test is left out
+// under Wine, with its reason, and runs on Windows.
+#if defined(_WIN32)
+#define OVRA_SKIP_UNDER_WINE(reason)  \
+  if (ovra_test::win::UnderWine()) \
+  GTEST_SKIP() << "not under Wine: " << (reason)
+#else
+#define OVRA_SKIP_UNDER_WINE(reason) static_cast<void>(0)
 #endif
 
 namespace ovra_test {
@@ -53,6 +65,9 @@ bool CanMakeSymlinks();
 bool MakeSymlink(const std::string& target, const std::string& link);
 // Whether the library file at path is loaded in the process (not loading it).
 bool IsModuleLoaded(const std::string& path);
+// The full path (UTF-8) of the loaded module whose image holds address;
+// empty when none does.
+std::string ModuleFileOf(const void* address);
 // The address of an exported function or variable of the loaded module at
 // path (null when either is missing), for checks of what a library exports.
 void* ModuleSymbol(const std::string& path, const char* name);
@@ -83,6 +98,16 @@ unsigned char* MapPages(size_t pages);
 void UnmapPages(unsigned char* base, size_t pages);
 // Makes [address, address + bytes) inaccessible.
 bool ProtectNoAccess(unsigned char* address, size_t bytes);
+// _wfopen of a UTF-8 path; null on failure.
+FILE* OpenFile(const std::string& path, const char* mode);
+// Whether the program runs under Wine rather than on Windows itself.
+bool UnderWine();
+// The system's temporary folder as GetTempPathW gives it (with its final
+// separator).
+std::string TempPath();
+// The last write time of an entry in seconds since 1970 (negative before
+// it), read from the system's own record; false when it cannot be read.
+bool LastWriteSeconds(const std::string& path, long long& seconds);
 // The system's true version as the kernel reports it (not the one that
 // programs without a compatibility manifest are told); false when it cannot
 // be read.

@@ -219,6 +219,17 @@ void* ModuleSymbol(const std::string& path, const char* name) {
   return module ? reinterpret_cast<void*>(GetProcAddress(module, name)) : nullptr;
 }
 
+std::string ModuleFileOf(const void* address) {
+  HMODULE module = nullptr;
+  if (!GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS |
+                              GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                          static_cast<LPCWSTR>(address), &module))
+    return std::string();
+  wchar_t buffer[4096];
+  const DWORD n = GetModuleFileNameW(module, buffer, 4096);
+  return n > 0 && n < 4096 ? Utf8(std::wstring(buffer, n)) : std::string();
+}
+
 bool SystemUtf16ToUtf8(const unsigned short* units, size_t count, std::string& out) {
   const wchar_t* wide = reinterpret_cast<const wchar_t*>(units);
   const int n = WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, wide, static_cast<int>(count),
@@ -343,6 +354,33 @@ void UnmapPages(unsigned char* base, size_t) { VirtualFree(base, 0, MEM_RELEASE)
 bool ProtectNoAccess(unsigned char* address, size_t bytes) {
   DWORD old = 0;
   return VirtualProtect(address, bytes, PAGE_NOACCESS, &old) != 0;
+}
+
+FILE* OpenFile(const std::string& path, const char* mode) {
+  return _wfopen(Wide(path).c_str(), Wide(mode).c_str());
+}
+
+bool UnderWine() {
+  // Wine's ntdll exports its version; Windows' has no such function.
+  const HMODULE ntdll = GetModuleHandleW(L"ntdll.dll");
+  return ntdll && GetProcAddress(ntdll, "wine_get_version") != nullptr;
+}
+
+std::string TempPath() {
+  wchar_t temp[MAX_PATH + 1];
+  const DWORD n = GetTempPathW(MAX_PATH + 1, temp);
+  return n == 0 || n > MAX_PATH ? std::string() : Utf8(std::wstring(temp, n));
+}
+
+bool LastWriteSeconds(const std::string& path, long long& seconds) {
+  WIN32_FILE_ATTRIBUTE_DATA data;
+  if (!GetFileAttributesExW(Wide(path).c_str(), GetFileExInfoStandard, &data)) return false;
+  // 100 ns units since 1601, which lies 11644473600 s before 1970.
+  const long long units = static_cast<long long>(
+      static_cast<unsigned long long>(data.ftLastWriteTime.dwHighDateTime) << 32 |
+      data.ftLastWriteTime.dwLowDateTime);
+  seconds = units / 10000000 - 11644473600LL;
+  return true;
 }
 
 bool SystemVersion(unsigned long& major, unsigned long& minor, unsigned long& build) {

@@ -31,9 +31,14 @@ inline std::vector<std::string>& PluginEvents() {
 }
 
 // The canonical absolute form of an existing path; empty when it has none.
+// On Windows it is written with /, as the library writes paths there.
 inline std::string RealPath(const std::string& path) {
 #if defined(_WIN32)
-  return win::RealPath(path);
+  std::string real = win::RealPath(path);
+  for (char& c : real) {
+    if (c == '\\') c = '/';
+  }
+  return real;
 #else
   char buffer[PATH_MAX];
   return realpath(path.c_str(), buffer) ? std::string(buffer) : std::string();

@@ -54,7 +54,13 @@ int InternalFileIsDirectory(void* handle) {
   return (info.st_mode & _S_IFMT) == _S_IFDIR ? 1 : 0;
 }
 
-bool TFile::FileClose(void* handle) { return g_ovraSysCalls.fclose(Stream(handle)) == 0; }
+bool TFile::FileClose(void* handle) {
+  // A read or write that failed earlier was reported by its own call. Some C
+  // runtimes fail the close for the error mark it left (Wine's), others do
+  // not: cleared, the result is the close's own everywhere.
+  clearerr(Stream(handle));
+  return g_ovraSysCalls.fclose(Stream(handle)) == 0;
+}
 
 unsigned int TFile::FileRead(void* handle, void* buffer, unsigned int count) {
   return static_cast<unsigned int>(g_ovraSysCalls.fread(buffer, 1, count, Stream(handle)));

@@ -20,7 +20,7 @@ HMODULE Module(void* handle) { return static_cast<HMODULE>(handle); }
 
 }  // namespace
 
-const unsigned short TLibrary::kLibraryExtension[3] = {'d', 'l', 'l'};
+const unsigned short TLibrary::kLibraryExtension[4] = {'d', 'l', 'l', 0};
 
 void* InternalLibraryOpen(const TBstr& spec, TBstr& initPath) {
   // Split the spec at its last "/" into directory and file name; without a
@@ -56,16 +56,23 @@ void* InternalLibraryOpen(const TBstr& spec, TBstr& initPath) {
   if (directoryLength + separatorLength + nameLength >= kPathBufferSize)
     return kInvalidHandleValue;
   // The loader takes "\" only; SharedLibInit receives the path with "/", the
-  // library's separator.
-  wchar_t path[kPathBufferSize];
+  // library's separator. The loader's path has room for one more unit.
+  wchar_t path[kPathBufferSize + 1];
   wchar_t initText[kPathBufferSize];
   memcpy(path, resolved, directoryLength * sizeof(wchar_t));
   if (separatorLength) path[directoryLength] = L'\\';
   memcpy(path + directoryLength + separatorLength, fileName, (nameLength + 1) * sizeof(wchar_t));
-  for (size_t i = 0;; ++i) {
-    if (path[i] == L'/') path[i] = L'\\';
-    initText[i] = path[i] == L'\\' ? L'/' : path[i];
-    if (path[i] == 0) break;
+  size_t pathLength = 0;
+  for (;; ++pathLength) {
+    if (path[pathLength] == L'/') path[pathLength] = L'\\';
+    initText[pathLength] = path[pathLength] == L'\\' ? L'/' : path[pathLength];
+    if (path[pathLength] == 0) break;
+  }
+  // The loader adds ".dll" to a file name without a dot; a final dot, which
+  // names no part of the file, makes it open the name as given.
+  if (!wcschr(fileName, L'.')) {
+    path[pathLength] = L'.';
+    path[pathLength + 1] = 0;
   }
 
   // The text for SharedLibInit comes first: out of memory, nothing is opened.

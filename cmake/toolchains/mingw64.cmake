@@ -27,9 +27,10 @@ endif()
 # Programs find ovra.dll through WINEPATH, as a Windows program finds the DLLs
 # of its PATH: the library stays at the top of the build folder while tests
 # and examples have folders of their own.
+# (wine-run.sh also points GoogleTest's reports at the right folder.)
 set(OVRA_WINE_PREFIX ${CMAKE_BINARY_DIR}/wine-prefix)
-set(CMAKE_CROSSCOMPILING_EMULATOR /usr/bin/env WINEPREFIX=${OVRA_WINE_PREFIX} WINEDEBUG=-all
-    WINEPATH=${CMAKE_BINARY_DIR} ${OVRA_WINE})
+set(CMAKE_CROSSCOMPILING_EMULATOR /bin/sh ${CMAKE_CURRENT_LIST_DIR}/wine-run.sh
+    ${OVRA_WINE_PREFIX} ${CMAKE_BINARY_DIR} ${OVRA_WINE})
 
 get_filename_component(OVRA_TARGET_DEPS
   "${CMAKE_CURRENT_LIST_DIR}/../../build-deps/${OVRA_TARGET_NAME}" ABSOLUTE)
