@@ -16,12 +16,18 @@ export WINEPREFIX
 WINEPREFIX=$(cd "$BUILD" && pwd)/wine-prefix
 export WINEDEBUG=-all
 WINESERVER=$(command -v wineserver || echo /usr/lib/wine/wineserver)
-WINEBOOT=$(command -v wineboot || echo /usr/lib/wine/wineboot)
+# wineboot is a Windows program; without the wine package's wrapper the
+# 64-bit loader (package wine64) runs it.
+if command -v wineboot >/dev/null; then
+  WINEBOOT=(wineboot)
+else
+  WINEBOOT=("$(command -v wine64 || echo /usr/lib/wine/wine64)" wineboot)
+fi
 case "$ACTION" in
   start)
     mkdir -p "$WINEPREFIX"
     "$WINESERVER" -p </dev/null >/dev/null 2>&1
-    "$WINEBOOT" -i </dev/null >/dev/null 2>&1
+    "${WINEBOOT[@]}" -i </dev/null >/dev/null 2>&1
     echo "Wine prefix ready: $WINEPREFIX"
     ;;
   stop)
