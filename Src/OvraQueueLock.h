@@ -33,6 +33,7 @@ class TQueueLock : public TCondVar {
     Lock();
   }
 
+ private:
   // Tells the processor that this is a wait loop: the other thread on the
   // core gets its resources, and leaving the loop costs no mispredicted
   // pipeline.
@@ -44,7 +45,6 @@ class TQueueLock : public TCondVar {
 #endif
   }
 
- private:
   static constexpr unsigned kMostPauses = 128;
 };
 

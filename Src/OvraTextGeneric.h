@@ -213,13 +213,29 @@ OVRA_WIDE_LOADS inline bool AnyStopIn4(const unsigned short* a, const unsigned s
                      CmpLoad<V, Fold>(b + 2 * V::kUnits), CmpLoad<V, Fold>(a + 3 * V::kUnits),
                      CmpLoad<V, Fold>(b + 3 * V::kUnits));
 }
+// The block at a and b, its first `skip` units left out: when it holds a
+// difference or a's terminator, sets result to the (folded) difference of
+// the first such pair and returns true.
+template <class V, bool Fold>
+OVRA_WIDE_LOADS inline bool CmpStopIn1(const unsigned short* a, const unsigned short* b,
+                                       unsigned skip, int& result) {
+  const typename V::Vec x = CmpLoad<V, Fold>(a);
+  const typename V::Vec y = CmpLoad<V, Fold>(b);
+  typename V::Mask stop = (V::MaskOf(V::Eq(x, y)) ^ V::Full()) | V::MaskOf(V::Eq(x, V::Zero()));
+  if (skip) stop = V::DropBefore(stop, skip);
+  if (!stop) return false;
+  const unsigned k = V::First(stop);
+  const unsigned short ca = Fold ? FoldUnit(a[k]) : a[k];
+  const unsigned short cb = Fold ? FoldUnit(b[k]) : b[k];
+  result = static_cast<int>(ca) - static_cast<int>(cb);
+  return true;
+}
 
 // ucscmp (Fold false) and ucsicmp (Fold true), n unbounded (Bounded false) or
 // at most n units. Unaligned blocks are read only while neither of them
 // crosses the end of its page; the last units before a page end go one by one.
 template <class V, bool Fold, bool Bounded>
 OVRA_WIDE_LOADS int GCmp(const unsigned short* a, const unsigned short* b, size_t n) {
-  const typename V::Vec zero = V::Zero();
   const unsigned short* const start = a;
   for (;;) {
     if (Bounded && n == 0) return 0;
@@ -237,16 +253,8 @@ OVRA_WIDE_LOADS int GCmp(const unsigned short* a, const unsigned short* b, size_
       // there and starts among units already compared (so inside pages
       // already read), its first `back` units ignored.
       const unsigned back = V::kUnits - static_cast<unsigned>(units);
-      const typename V::Vec x = CmpLoad<V, Fold>(a - back);
-      const typename V::Vec y = CmpLoad<V, Fold>(b - back);
-      const typename V::Mask stop = V::DropBefore(
-          (V::MaskOf(V::Eq(x, y)) ^ V::Full()) | V::MaskOf(V::Eq(x, zero)), back);
-      if (stop) {
-        const unsigned k = V::First(stop) - back;
-        const unsigned short ca = Fold ? FoldUnit(a[k]) : a[k];
-        const unsigned short cb = Fold ? FoldUnit(b[k]) : b[k];
-        return static_cast<int>(ca) - static_cast<int>(cb);
-      }
+      int result;
+      if (CmpStopIn1<V, Fold>(a - back, b - back, back, result)) return result;
       a += units;
       b += units;
       if (Bounded) n -= units;
@@ -294,15 +302,8 @@ OVRA_WIDE_LOADS int GCmp(const unsigned short* a, const unsigned short* b, size_
     }
     if (steps == 0) continue;
     do {
-      const typename V::Vec x = CmpLoad<V, Fold>(a);
-      const typename V::Vec y = CmpLoad<V, Fold>(b);
-      const typename V::Mask stop = (V::MaskOf(V::Eq(x, y)) ^ V::Full()) | V::MaskOf(V::Eq(x, zero));
-      if (stop) {
-        const unsigned k = V::First(stop);
-        const unsigned short ca = Fold ? FoldUnit(a[k]) : a[k];
-        const unsigned short cb = Fold ? FoldUnit(b[k]) : b[k];
-        return static_cast<int>(ca) - static_cast<int>(cb);
-      }
+      int result;
+      if (CmpStopIn1<V, Fold>(a, b, 0, result)) return result;
       a += V::kUnits;
       b += V::kUnits;
     } while (--steps);
