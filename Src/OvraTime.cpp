@@ -6,6 +6,7 @@
 #include <string.h>
 
 #include "OvraCrt.h"
+#include "OvraTimePS.h"
 
 namespace {
 
@@ -95,3 +96,30 @@ tm* TTime::GetLocalTm(tm* out) const {
 }
 
 TTime TTime::GetCurrentTime() { return TTime(time(nullptr)); }
+
+// Both clocks compute in unsigned 32-bit arithmetic on every platform, so they
+// wrap at the same moments on 32- and 64-bit systems (unsigned, so the wrap is
+// defined).
+
+unsigned long OvraGetMilliseconds(void) {
+  long long seconds = 0;
+  long microseconds = 0;
+  InternalTimeOfDay(seconds, microseconds);
+  const uint32_t ms = static_cast<uint32_t>(seconds) * 1000u +
+                      static_cast<uint32_t>(microseconds) / 1000u;
+  return ms;
+}
+
+int64_t OvraGetMicroseconds64(void) {
+  long long seconds = 0;
+  long microseconds = 0;
+  InternalTimeOfDay(seconds, microseconds);
+  const uint32_t us = static_cast<uint32_t>(seconds) * 1000000u +
+                      static_cast<uint32_t>(microseconds);
+  // Sign-extended from 32 bits: callers measure short intervals only.
+  return static_cast<int32_t>(us);
+}
+
+unsigned long OvraGetMicroseconds(void) {
+  return static_cast<uint32_t>(OvraGetMicroseconds64());
+}

@@ -1,48 +1,86 @@
-// Tests of the free-running clocks. This executable defines gettimeofday
-// itself: the library's call binds to it (the executable comes first in the
-// symbol search), so each test can set the time of day the clocks read and
-// check their 32-bit arithmetic exactly. Without a set time the definition
-// reports the real clock.
+// Tests of the free-running clocks. The test build of the library lets each
+// test replace the clock the library reads (its system-call table's time of
+// day) with one that reports a chosen time, so that the clocks' 32-bit
+// arithmetic is checked exactly. Without a chosen time the stand-in reports
+// the real clock.
 #include "OvraTime.h"
 
 #include <gtest/gtest.h>
 #include <stdint.h>
-#include <sys/time.h>
 #include <time.h>
-
-#include "TestPlatform.h"
 
 #include <random>
 
+#include "OvraSysCallAccess.h"
+
 namespace {
 
-#if defined(_WIN32)
-typedef long suseconds_t;
-#endif
-
-// The clocks read the time of day that this program defines: no test can
-// apply on Windows, where a library's calls go to the function it imported
-// whatever the program defines.
-class ClockTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    OVRA_SKIP_ON_WINDOWS("sets the clock by defining gettimeofday in the program, which a "
-                         "DLL's imports never reach");
-  }
-};
+using ovra_test::ScopedSysCall;
 
 bool s_fakeClock = false;
 int s_calls = 0;
-timeval s_fakeNow;
+uint64_t s_fakeSeconds = 0;
+uint64_t s_fakeMicroseconds = 0;
+
+#if defined(_WIN32)
+// Microseconds between 1601-01-01 (the system's epoch) and 1970-01-01.
+constexpr uint64_t kEpochDifferenceUs = 11644473600000000ULL;
+
+void WINAPI FakeClock(FILETIME* now) {
+  ++s_calls;
+  if (!s_fakeClock) return OvraTestRealSysCalls()->GetSystemTimeAsFileTime(now);
+  const uint64_t ticks = (s_fakeSeconds * 1000000u + s_fakeMicroseconds + kEpochDifferenceUs) * 10u;
+  now->dwLowDateTime = static_cast<DWORD>(ticks);
+  now->dwHighDateTime = static_cast<DWORD>(ticks >> 32);
+}
+
+// The real clock as seconds and microseconds since 1970.
+void RealNow(uint64_t& seconds, uint64_t& microseconds) {
+  FILETIME now;
+  OvraTestRealSysCalls()->GetSystemTimeAsFileTime(&now);
+  const uint64_t us =
+      ((static_cast<uint64_t>(now.dwHighDateTime) << 32 | now.dwLowDateTime) / 10u) -
+      kEpochDifferenceUs;
+  seconds = us / 1000000u;
+  microseconds = us % 1000000u;
+}
+
+class ClockTest : public ::testing::Test {
+ protected:
+  ScopedSysCall<decltype(SSysCalls::GetSystemTimeAsFileTime)> clock_{
+      &SSysCalls::GetSystemTimeAsFileTime, FakeClock};
+};
+#else
+int FakeClock(timeval* now) {
+  ++s_calls;
+  if (!s_fakeClock) return OvraTestRealSysCalls()->gettimeofday(now);
+  now->tv_sec = static_cast<time_t>(s_fakeSeconds);
+  now->tv_usec = static_cast<suseconds_t>(s_fakeMicroseconds);
+  return 0;
+}
+
+// The real clock as seconds and microseconds since 1970.
+void RealNow(uint64_t& seconds, uint64_t& microseconds) {
+  timeval now;
+  OvraTestRealSysCalls()->gettimeofday(&now);
+  seconds = static_cast<uint64_t>(now.tv_sec);
+  microseconds = static_cast<uint64_t>(now.tv_usec);
+}
+
+class ClockTest : public ::testing::Test {
+ protected:
+  ScopedSysCall<decltype(SSysCalls::gettimeofday)> clock_{&SSysCalls::gettimeofday, FakeClock};
+};
+#endif
 
 // Sets the time of day the library reads until the end of the scope.
 class ScopedFakeClock {
  public:
-  ScopedFakeClock(time_t seconds, suseconds_t microseconds) { Set(seconds, microseconds); }
+  ScopedFakeClock(uint64_t seconds, uint64_t microseconds) { Set(seconds, microseconds); }
   ~ScopedFakeClock() { s_fakeClock = false; }
-  void Set(time_t seconds, suseconds_t microseconds) {
-    s_fakeNow.tv_sec = seconds;
-    s_fakeNow.tv_usec = microseconds;
+  void Set(uint64_t seconds, uint64_t microseconds) {
+    s_fakeSeconds = seconds;
+    s_fakeMicroseconds = microseconds;
     s_fakeClock = true;
     s_calls = 0;
   }
@@ -59,26 +97,7 @@ int64_t ExpectedMicroseconds64(uint64_t seconds, uint64_t microseconds) {
                             : static_cast<int64_t>(low);
 }
 
-}  // namespace
-
-#if !defined(_WIN32)
-extern "C" int gettimeofday(struct timeval* __restrict tv, void* __restrict) noexcept {
-  ++s_calls;
-  if (s_fakeClock) {
-    *tv = s_fakeNow;
-    return 0;
-  }
-  timespec now;
-  clock_gettime(CLOCK_REALTIME, &now);
-  tv->tv_sec = now.tv_sec;
-  tv->tv_usec = static_cast<suseconds_t>(now.tv_nsec / 1000);
-  return 0;
-}
-#endif
-
-namespace {
-
-TEST_F(ClockTest, TheLibraryReadsTheTimeOfDayDefinedHere) {
+TEST_F(ClockTest, TheLibraryReadsTheTimeOfDaySetHere) {
   ScopedFakeClock clock(1, 0);
   OvraGetMilliseconds();
   // Without this the other tests here would prove nothing.
@@ -111,12 +130,12 @@ TEST_F(ClockTest, MillisecondsMatchTheReferenceForRandomTimes) {
   std::mt19937_64 random(20240611);
   ScopedFakeClock clock(0, 0);
   for (int i = 0; i < 10000; ++i) {
-    // Seconds beyond 2^31 only where time_t can hold them.
+    // Seconds beyond 2^31 only where the system's time of day can hold them.
     const uint64_t seconds = random() % 4000000000u;
     const uint64_t micro = random() % 1000000u;
-    const time_t s = static_cast<time_t>(sizeof(time_t) >= 8 ? seconds : seconds & 0x7FFFFFFF);
-    clock.Set(s, static_cast<suseconds_t>(micro));
-    ASSERT_EQ(OvraGetMilliseconds(), ExpectedMilliseconds(static_cast<uint64_t>(s), micro))
+    const uint64_t s = sizeof(time_t) >= 8 ? seconds : seconds & 0x7FFFFFFF;
+    clock.Set(s, micro);
+    ASSERT_EQ(OvraGetMilliseconds(), ExpectedMilliseconds(s, micro))
         << s << " s " << micro << " us";
   }
 }
@@ -150,7 +169,7 @@ TEST_F(ClockTest, MicrosecondsMatchTheReferenceForRandomTimes) {
   for (int i = 0; i < 10000; ++i) {
     const uint64_t seconds = random() % 0x7FFFFFFFu;
     const uint64_t micro = random() % 1000000u;
-    clock.Set(static_cast<time_t>(seconds), static_cast<suseconds_t>(micro));
+    clock.Set(seconds, micro);
     const int64_t expected = ExpectedMicroseconds64(seconds, micro);
     ASSERT_EQ(OvraGetMicroseconds64(), expected) << seconds << " s " << micro << " us";
     ASSERT_EQ(OvraGetMicroseconds(), static_cast<uint32_t>(expected));
@@ -166,17 +185,15 @@ TEST_F(ClockTest, ClocksNeverExceed32BitsOnAnyPlatform) {
 }
 
 TEST_F(ClockTest, RealClockReadingLiesBetweenTwoReadingsAroundIt) {
-  // No fake: the reading must fall between two real readings taken around it
-  // (compared as offsets from the first, so a wrap in between does no harm).
-  timeval before;
-  gettimeofday(&before, nullptr);
+  // No time set: the reading must fall between two real readings taken
+  // around it (compared as offsets from the first, so a wrap in between does
+  // no harm).
+  uint64_t seconds = 0, microseconds = 0;
+  RealNow(seconds, microseconds);
+  const uint32_t first = ExpectedMilliseconds(seconds, microseconds);
   const uint32_t ms = static_cast<uint32_t>(OvraGetMilliseconds());
-  timeval after;
-  gettimeofday(&after, nullptr);
-  const uint32_t first = ExpectedMilliseconds(static_cast<uint64_t>(before.tv_sec),
-                                              static_cast<uint64_t>(before.tv_usec));
-  const uint32_t last = ExpectedMilliseconds(static_cast<uint64_t>(after.tv_sec),
-                                             static_cast<uint64_t>(after.tv_usec));
+  RealNow(seconds, microseconds);
+  const uint32_t last = ExpectedMilliseconds(seconds, microseconds);
   EXPECT_LE(static_cast<uint32_t>(ms - first), static_cast<uint32_t>(last - first));
 }
 

@@ -2,7 +2,8 @@
 // the system calls whose failures a caller can observe. Every entry starts as
 // the real function; a test build can swap single entries for failing
 // stand-ins, which makes out-of-space, permission and resource errors
-// reachable without root, full disks or exhausted process limits.
+// reachable without root, full disks or exhausted process limits, or for a
+// clock that reads a chosen time.
 #ifndef OVRA_SRC_UNIX_OVRASYSCALLS_H
 #define OVRA_SRC_UNIX_OVRASYSCALLS_H
 
@@ -10,6 +11,7 @@
 #include <pthread.h>
 #include <stdio.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/types.h>
 #include <sys/utsname.h>
 #include <utime.h>
@@ -46,6 +48,8 @@ struct SSysCalls {
   int (*pthread_key_delete)(pthread_key_t key);
   // The system's name and release (OvraGetSystemInfo).
   int (*uname)(struct utsname* names);
+  // The time of day (the free-running clocks), without a time zone.
+  int (*gettimeofday)(struct timeval* now);
 };
 
 // The table in use. Hidden: only the library's own objects (and a test build

@@ -7,6 +7,8 @@
 
 namespace {
 
+int TimeOfDay(timeval* now) { return gettimeofday(now, nullptr); }
+
 // A constant expression, so that both tables are complete before any
 // constructor of the program or the library can run.
 constexpr SSysCalls kRealSysCalls = {
@@ -16,6 +18,7 @@ constexpr SSysCalls kRealSysCalls = {
     dlopen, dlclose, dlsym, realpath,
     pthread_create, pthread_key_create, pthread_key_delete,
     uname,
+    TimeOfDay,
 };
 
 }  // namespace

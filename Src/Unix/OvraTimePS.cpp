@@ -1,28 +1,11 @@
-// OvraTimePS.cpp - the free-running clocks, read from the time of day.
-#include <sys/time.h>
+// OvraTimePS.cpp - the POSIX time of day for the free-running clocks, and no policy.
+#include "OvraTimePS.h"
 
-#include "OvraTime.h"
+#include "Unix/OvraSysCalls.h"
 
-// Both clocks compute in unsigned 32-bit arithmetic on every platform, so they
-// wrap at the same moments on i386 and LP64 (unsigned, so the wrap is defined).
-
-unsigned long OvraGetMilliseconds(void) {
+void InternalTimeOfDay(long long& seconds, long& microseconds) {
   timeval now;
-  gettimeofday(&now, nullptr);
-  const uint32_t ms = static_cast<uint32_t>(now.tv_sec) * 1000u +
-                      static_cast<uint32_t>(now.tv_usec) / 1000u;
-  return ms;
-}
-
-int64_t OvraGetMicroseconds64(void) {
-  timeval now;
-  gettimeofday(&now, nullptr);
-  const uint32_t us = static_cast<uint32_t>(now.tv_sec) * 1000000u +
-                      static_cast<uint32_t>(now.tv_usec);
-  // Sign-extended from 32 bits: callers measure short intervals only.
-  return static_cast<int32_t>(us);
-}
-
-unsigned long OvraGetMicroseconds(void) {
-  return static_cast<uint32_t>(OvraGetMicroseconds64());
+  g_ovraSysCalls.gettimeofday(&now);
+  seconds = static_cast<long long>(now.tv_sec);
+  microseconds = static_cast<long>(now.tv_usec);
 }

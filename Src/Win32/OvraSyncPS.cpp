@@ -1,24 +1,9 @@
 // OvraSyncPS.cpp - Windows bodies of TCritSec, TCondVar and the message queue's
 // try-lock: slim reader/writer lock and condition variable calls only.
 #include "OvraQueueLock.h"
+#include "OvraTimePS.h"
 #include "Win32/OvraSyncPS.h"
 
-namespace {
-// Microseconds between 1601-01-01 (the system's epoch) and 1970-01-01.
-constexpr long long kEpochDifferenceUs = 11644473600000000LL;
-
-// The wall clock as seconds and microseconds since 1970, as the time of day
-// is read on POSIX.
-void WallClock(long long& seconds, long& microseconds) {
-  FILETIME now;
-  GetSystemTimeAsFileTime(&now);
-  const long long us =
-      static_cast<long long>((static_cast<unsigned long long>(now.dwHighDateTime) << 32 |
-                              now.dwLowDateTime) / 10) - kEpochDifferenceUs;
-  seconds = us / 1000000;
-  microseconds = static_cast<long>(us % 1000000);
-}
-}  // namespace
 
 // A slim lock needs no destruction; Init only puts it in its unlocked state.
 void TCritSec::Init() { InitializeSRWLock(SystemMutex(m_mutex)); }
@@ -44,10 +29,10 @@ bool TCondVar::Wait(int timeoutMs) {
   // nanosecond part of a whole second) is refused here too.
   long long seconds = 0;
   long microseconds = 0;
-  WallClock(seconds, microseconds);
+  InternalTimeOfDay(seconds, microseconds);
   const timespec deadline = MakeDeadline(static_cast<time_t>(seconds), microseconds, timeoutMs);
   if (deadline.tv_nsec < 0 || deadline.tv_nsec >= 1000000000) return false;
-  WallClock(seconds, microseconds);
+  InternalTimeOfDay(seconds, microseconds);
   const long long remainingUs =
       (static_cast<long long>(deadline.tv_sec) - seconds) * 1000000 +
       (deadline.tv_nsec / 1000 - microseconds);

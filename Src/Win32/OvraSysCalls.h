@@ -2,7 +2,8 @@
 // reaches the system calls whose failures a caller can observe. Every entry
 // starts as the real function; a test build can swap single entries for
 // failing stand-ins, which makes out-of-space, permission and resource errors
-// reachable without administrator rights, full disks or exhausted limits.
+// reachable without administrator rights, full disks or exhausted limits, or
+// for a clock that reads a chosen time.
 #ifndef OVRA_SRC_WIN32_OVRASYSCALLS_H
 #define OVRA_SRC_WIN32_OVRASYSCALLS_H
 
@@ -54,6 +55,8 @@ struct SSysCalls {
   // The system's version (OvraGetSystemInfo): reads the true version, which
   // GetVersionEx hides from programs without a compatibility manifest.
   LONG(WINAPI* GetVersion)(OSVERSIONINFOW* version);
+  // The wall clock (the free-running clocks, TCondVar's deadlines).
+  void(WINAPI* GetSystemTimeAsFileTime)(FILETIME* now);
 };
 
 // The table in use. Not exported: only the library's own objects (and a test

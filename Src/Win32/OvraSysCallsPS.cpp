@@ -33,6 +33,7 @@ const SSysCalls kRealSysCalls = {
     ::LoadLibraryExW, ::FreeLibrary, ::GetProcAddress, ::GetFullPathNameW,
     ::CreateThread, ::TlsAlloc, ::TlsFree,
     GetTrueVersion,
+    ::GetSystemTimeAsFileTime,
 };
 
 }  // namespace
