@@ -1,7 +1,9 @@
 // TFile, TFileFinder and TFile::GetInfo when the system's stream, name and
 // directory calls fail: every failure gives the documented false/0 result,
 // releases what the operation held, and leaks no block (the fixture compares
-// the allocator's live count).
+// the allocator's live count). The stand-ins replace the platform's entries:
+// the C runtime's streams on both, and the POSIX calls on names and glob, or
+// the Windows ones and its directory listing.
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <stdio.h>
@@ -27,7 +29,47 @@ void Reset() {
   s_closes = 0;
 }
 
-FILE* FailingFopen(const char*, const char*) {
+// --- the C runtime's streams ---------------------------------------------------
+
+#if defined(_WIN32)
+constexpr auto kOpen = &SSysCalls::wfopen;
+constexpr auto kSeek = &SSysCalls::fseeki64;
+constexpr auto kTell = &SSysCalls::ftelli64;
+
+FILE* FailingOpen(const wchar_t*, const wchar_t*) {
+  ++s_calls;
+  errno = EMFILE;
+  return nullptr;
+}
+
+int FailingSeek(FILE*, long long, int) {
+  ++s_calls;
+  errno = ESPIPE;
+  return -1;
+}
+
+// Only moves back to a position from the start fail: the first two steps of
+// measuring a length work, putting the position back does not.
+int FailingSeekFromStart(FILE* stream, long long offset, int origin) {
+  if (origin == SEEK_SET) {
+    ++s_calls;
+    errno = EIO;
+    return -1;
+  }
+  return OvraTestRealSysCalls()->fseeki64(stream, offset, origin);
+}
+
+long long FailingTell(FILE*) {
+  ++s_calls;
+  errno = ESPIPE;
+  return -1;
+}
+#else
+constexpr auto kOpen = &SSysCalls::fopen;
+constexpr auto kSeek = &SSysCalls::fseeko;
+constexpr auto kTell = &SSysCalls::ftello;
+
+FILE* FailingOpen(const char*, const char*) {
   ++s_calls;
   errno = EMFILE;
   return nullptr;
@@ -39,11 +81,38 @@ int FailingFstat(int, struct stat*) {
   return -1;
 }
 
-// Closes for real (the stream must not leak) and counts the close.
+int FailingSeek(FILE*, off_t, int) {
+  ++s_calls;
+  errno = ESPIPE;
+  return -1;
+}
+
+// Only moves back to a position from the start fail: the first two steps of
+// measuring a length work, putting the position back does not.
+int FailingSeekFromStart(FILE* stream, off_t offset, int origin) {
+  if (origin == SEEK_SET) {
+    ++s_calls;
+    errno = EIO;
+    return -1;
+  }
+  return OvraTestRealSysCalls()->fseeko(stream, offset, origin);
+}
+
+off_t FailingTell(FILE*) {
+  ++s_calls;
+  errno = ESPIPE;
+  return -1;
+}
+#endif
+
+#if !defined(_WIN32)
+// Closes for real (the stream must not leak) and counts the close: the
+// stream that a failed examination leaves open (the fstat test).
 int CountingFclose(FILE* stream) {
   ++s_closes;
   return OvraTestRealSysCalls()->fclose(stream);
 }
+#endif
 
 // Releases the stream, as the system does, but reports a write-back error.
 int FailingFclose(FILE* stream) {
@@ -85,28 +154,74 @@ int FailingFflush(FILE*) {
   return EOF;
 }
 
-int FailingFseeko(FILE*, off_t, int) {
+// --- calls on names and directory search ----------------------------------------
+
+#if defined(_WIN32)
+constexpr auto kRename = &SSysCalls::MoveFileExW;
+constexpr auto kRemove = &SSysCalls::DeleteFileW;
+constexpr auto kMkdir = &SSysCalls::CreateDirectoryW;
+constexpr auto kRmdir = &SSysCalls::RemoveDirectoryW;
+constexpr auto kSetTimes = &SSysCalls::SetFileTime;
+// An entry examined on its own (TFile::GetInfo, each entry the finder reports).
+constexpr auto kExamine = &SSysCalls::GetFileAttributesExW;
+// The listing of a folder (a pattern with wildcards).
+constexpr auto kList = &SSysCalls::FindFirstFileW;
+
+BOOL WINAPI FailingRename(const wchar_t*, const wchar_t*, DWORD) {
   ++s_calls;
-  errno = ESPIPE;
-  return -1;
+  SetLastError(ERROR_NOT_SAME_DEVICE);
+  return FALSE;
 }
 
-// Only moves back to a position from the start fail: the first two steps of
-// measuring a length work, putting the position back does not.
-int FailingFseekoFromStart(FILE* stream, off_t offset, int origin) {
-  if (origin == SEEK_SET) {
-    ++s_calls;
-    errno = EIO;
-    return -1;
-  }
-  return OvraTestRealSysCalls()->fseeko(stream, offset, origin);
+BOOL WINAPI FailingRemove(const wchar_t*) {
+  ++s_calls;
+  SetLastError(ERROR_ACCESS_DENIED);
+  return FALSE;
 }
 
-off_t FailingFtello(FILE*) {
+BOOL WINAPI FailingMkdir(const wchar_t*, SECURITY_ATTRIBUTES*) {
   ++s_calls;
-  errno = ESPIPE;
-  return -1;
+  SetLastError(ERROR_DISK_FULL);
+  return FALSE;
 }
+
+BOOL WINAPI ExistingMkdir(const wchar_t*, SECURITY_ATTRIBUTES*) {
+  ++s_calls;
+  SetLastError(ERROR_ALREADY_EXISTS);
+  return FALSE;
+}
+
+BOOL WINAPI FailingRmdir(const wchar_t*) {
+  ++s_calls;
+  SetLastError(ERROR_DIR_NOT_EMPTY);
+  return FALSE;
+}
+
+BOOL WINAPI FailingSetTimes(HANDLE, const FILETIME*, const FILETIME*, const FILETIME*) {
+  ++s_calls;
+  SetLastError(ERROR_ACCESS_DENIED);
+  return FALSE;
+}
+
+BOOL WINAPI FailingExamine(const wchar_t*, GET_FILEEX_INFO_LEVELS, void*) {
+  ++s_calls;
+  SetLastError(ERROR_ACCESS_DENIED);
+  return FALSE;
+}
+
+HANDLE WINAPI FailingList(const wchar_t*, WIN32_FIND_DATAW*) {
+  ++s_calls;
+  SetLastError(ERROR_ACCESS_DENIED);
+  return INVALID_HANDLE_VALUE;
+}
+#else
+constexpr auto kRename = &SSysCalls::rename;
+constexpr auto kRemove = &SSysCalls::remove;
+constexpr auto kMkdir = &SSysCalls::mkdir;
+constexpr auto kRmdir = &SSysCalls::rmdir;
+constexpr auto kSetTimes = &SSysCalls::utime;
+constexpr auto kExamine = &SSysCalls::lstat;
+constexpr auto kList = &SSysCalls::glob;
 
 int FailingRename(const char*, const char*) {
   ++s_calls;
@@ -138,19 +253,19 @@ int FailingRmdir(const char*) {
   return -1;
 }
 
-int FailingUtime(const char*, const struct utimbuf*) {
+int FailingSetTimes(const char*, const struct utimbuf*) {
   ++s_calls;
   errno = EPERM;
   return -1;
 }
 
-int FailingLstat(const char*, struct stat*) {
+int FailingExamine(const char*, struct stat*) {
   ++s_calls;
   errno = EACCES;
   return -1;
 }
 
-int AbortedGlob(const char*, int, int (*)(const char*, int), glob_t*) {
+int FailingList(const char*, int, int (*)(const char*, int), glob_t*) {
   ++s_calls;
   return GLOB_ABORTED;
 }
@@ -163,6 +278,7 @@ int OutOfSpaceGlob(const char* pattern, int flags, int (*onError)(const char*, i
   const int code = OvraTestRealSysCalls()->glob(pattern, flags, onError, result);
   return code == 0 ? GLOB_NOSPACE : code;
 }
+#endif
 
 class FileFaultTest : public FileTest {
  protected:
@@ -174,10 +290,10 @@ class FileFaultTest : public FileTest {
   TBstr Data() { return B(At("data")); }
 };
 
-TEST_F(FileFaultTest, FailingFopenGivesFalseAndLeavesTheFileClosed) {
+TEST_F(FileFaultTest, FailingOpenGivesFalseAndLeavesTheFileClosed) {
   TFile file;
   {
-    ScopedSysCall failing(&SSysCalls::fopen, FailingFopen);
+    ScopedSysCall failing(kOpen, FailingOpen);
     EXPECT_FALSE(file.Open(Data(), TFile::kOpenRead, false));
     EXPECT_FALSE(file.Open(B(At("new")), TFile::kOpenWrite, true));
   }
@@ -190,6 +306,10 @@ TEST_F(FileFaultTest, FailingFopenGivesFalseAndLeavesTheFileClosed) {
 }
 
 TEST_F(FileFaultTest, FailingFstatAfterOpenClosesTheStreamAndKeepsItsError) {
+  OVRA_SKIP_ON_WINDOWS(
+      "the Windows half examines an opened stream with _fstati64, which its "
+      "system-call table does not hold");
+#if !defined(_WIN32)
   TFile file;
   {
     ScopedSysCall failing(&SSysCalls::fstat, FailingFstat);
@@ -201,6 +321,7 @@ TEST_F(FileFaultTest, FailingFstatAfterOpenClosesTheStreamAndKeepsItsError) {
   EXPECT_EQ(s_calls, 1);
   EXPECT_EQ(s_closes, 1) << "the stream opened before the failure was not closed";
   EXPECT_FALSE(file.IsOpen());
+#endif
 }
 
 TEST_F(FileFaultTest, FailingFreadGivesZeroAndAShortReadItsCount) {
@@ -261,12 +382,12 @@ TEST_F(FileFaultTest, FailingFcloseGivesFalseAndStillClosesTheObject) {
   EXPECT_FALSE(file.Close());
 }
 
-TEST_F(FileFaultTest, FailingFseekoFailsSetPositionSetLengthAndGetLength) {
+TEST_F(FileFaultTest, FailingSeekFailsSetPositionSetLengthAndGetLength) {
   TFile file;
   ASSERT_TRUE(file.Open(Data(), TFile::kOpenRead, false));
   ASSERT_TRUE(file.SetPosition(4, 0));
   {
-    ScopedSysCall failing(&SSysCalls::fseeko, FailingFseeko);
+    ScopedSysCall failing(kSeek, FailingSeek);
     EXPECT_FALSE(file.SetPosition(2, 0));
     EXPECT_FALSE(file.SetPosition(1, 1));
     EXPECT_FALSE(file.SetPosition(-1, 2));
@@ -283,19 +404,19 @@ TEST_F(FileFaultTest, GetLengthIsZeroWhenThePositionCannotBePutBack) {
   TFile file;
   ASSERT_TRUE(file.Open(Data(), TFile::kOpenRead, false));
   {
-    ScopedSysCall failing(&SSysCalls::fseeko, FailingFseekoFromStart);
+    ScopedSysCall failing(kSeek, FailingSeekFromStart);
     EXPECT_EQ(file.GetLength(), 0u);
   }
   EXPECT_EQ(s_calls, 1);
   EXPECT_EQ(file.GetLength(), 10u);
 }
 
-TEST_F(FileFaultTest, FailingFtelloGivesZeroPositionAndLength) {
+TEST_F(FileFaultTest, FailingTellGivesZeroPositionAndLength) {
   TFile file;
   ASSERT_TRUE(file.Open(Data(), TFile::kOpenRead, false));
   ASSERT_TRUE(file.SetPosition(3, 0));
   {
-    ScopedSysCall failing(&SSysCalls::ftello, FailingFtello);
+    ScopedSysCall failing(kTell, FailingTell);
     EXPECT_EQ(file.GetPosition(), 0u);
     EXPECT_EQ(file.GetLength(), 0u);
   }
@@ -305,8 +426,8 @@ TEST_F(FileFaultTest, FailingFtelloGivesZeroPositionAndLength) {
 
 TEST_F(FileFaultTest, FailingRenameAndRemoveGiveFalseAndChangeNothing) {
   {
-    ScopedSysCall failingRename(&SSysCalls::rename, FailingRename);
-    ScopedSysCall failingRemove(&SSysCalls::remove, FailingRemove);
+    ScopedSysCall failingRename(kRename, FailingRename);
+    ScopedSysCall failingRemove(kRemove, FailingRemove);
     EXPECT_FALSE(TFile::Rename(Data(), B(At("moved"))));
     EXPECT_FALSE(TFile::Remove(Data()));
   }
@@ -315,9 +436,9 @@ TEST_F(FileFaultTest, FailingRenameAndRemoveGiveFalseAndChangeNothing) {
   EXPECT_FALSE(Exists(At("moved")));
 }
 
-TEST_F(FileFaultTest, FailingMkdirGivesFalseForCreateDirectoryAndCreatePath) {
+TEST_F(FileFaultTest, FailingMakeDirectoryGivesFalseForCreateDirectoryAndCreatePath) {
   {
-    ScopedSysCall failing(&SSysCalls::mkdir, FailingMkdir);
+    ScopedSysCall failing(kMkdir, FailingMkdir);
     EXPECT_FALSE(TFile::CreateDirectory(B(At("d"))));
     // Every level is tried, from the deepest up to the first existing
     // ancestor, and the recursion ends there.
@@ -331,20 +452,20 @@ TEST_F(FileFaultTest, FailingMkdirGivesFalseForCreateDirectoryAndCreatePath) {
   EXPECT_TRUE(IsDirectory(At("a/b/c")));
 }
 
-TEST_F(FileFaultTest, MkdirReportingAnExistingEntryCountsAsSuccess) {
+TEST_F(FileFaultTest, MakeDirectoryReportingAnExistingEntryCountsAsSuccess) {
   {
-    ScopedSysCall existing(&SSysCalls::mkdir, ExistingMkdir);
+    ScopedSysCall existing(kMkdir, ExistingMkdir);
     EXPECT_TRUE(TFile::CreateDirectory(B(At("d"))));
   }
   EXPECT_EQ(s_calls, 1);
   EXPECT_FALSE(Exists(At("d")));
 }
 
-TEST_F(FileFaultTest, FailingRmdirAndUtimeGiveFalse) {
-  ASSERT_EQ(mkdir(At("d").c_str(), 0700), 0);
+TEST_F(FileFaultTest, FailingRemoveDirectoryAndSetTimesGiveFalse) {
+  ASSERT_TRUE(MakeDir(At("d"), 0700));
   {
-    ScopedSysCall failingRmdir(&SSysCalls::rmdir, FailingRmdir);
-    ScopedSysCall failingUtime(&SSysCalls::utime, FailingUtime);
+    ScopedSysCall failingRmdir(kRmdir, FailingRmdir);
+    ScopedSysCall failingUtime(kSetTimes, FailingSetTimes);
     EXPECT_FALSE(TFile::RemoveDirectory(B(At("d"))));
     EXPECT_FALSE(TFile::SetLastWriteTime(Data(), 1000000));
   }
@@ -353,13 +474,13 @@ TEST_F(FileFaultTest, FailingRmdirAndUtimeGiveFalse) {
   EXPECT_TRUE(TFile::SetLastWriteTime(Data(), 1000000));
 }
 
-TEST_F(FileFaultTest, FailingLstatSkipsEntriesSoNothingIsFound) {
+TEST_F(FileFaultTest, FailingExamineSkipsEntriesSoNothingIsFound) {
   ASSERT_TRUE(WriteFile(At("other"), "x"));
   TFileInfo info;
   info.size = 77;
   TFileFinder finder;
   {
-    ScopedSysCall failing(&SSysCalls::lstat, FailingLstat);
+    ScopedSysCall failing(kExamine, FailingExamine);
     EXPECT_FALSE(TFile::GetInfo(Data(), info));
     EXPECT_FALSE(finder.Find(B(At("*")).GetString(), false));
     EXPECT_FALSE(finder.Find(B(At("*")).GetString(), true));
@@ -370,24 +491,26 @@ TEST_F(FileFaultTest, FailingLstatSkipsEntriesSoNothingIsFound) {
   EXPECT_EQ(info.size, 10u);
 }
 
-TEST_F(FileFaultTest, FailingLstatInsideARecursiveSearchEndsItCleanly) {
-  ASSERT_EQ(mkdir(At("sub").c_str(), 0700), 0);
+TEST_F(FileFaultTest, FailingExamineInsideARecursiveSearchEndsItCleanly) {
+  ASSERT_TRUE(MakeDir(At("sub"), 0700));
   ASSERT_TRUE(WriteFile(At("sub/inner"), "x"));
   TFileFinder finder;
   ASSERT_TRUE(finder.Find(B(At("*")).GetString(), true));
   // From now on every entry vanishes: the walk ends without a wrong report.
-  ScopedSysCall failing(&SSysCalls::lstat, FailingLstat);
+  ScopedSysCall failing(kExamine, FailingExamine);
   int more = 0;
   while (finder.FindNext()) ++more;
   EXPECT_EQ(more, 0);
 }
 
-TEST_F(FileFaultTest, AbortedGlobFindsNothing) {
+TEST_F(FileFaultTest, FailingListingFindsNothing) {
   TFileInfo info;
   TFileFinder finder;
   {
-    ScopedSysCall failing(&SSysCalls::glob, AbortedGlob);
-    EXPECT_FALSE(TFile::GetInfo(Data(), info));
+    ScopedSysCall failing(kList, FailingList);
+    // Windows examines a name without wildcards on its own, without listing
+    // its folder: there a pattern naming the same file is what is listed.
+    EXPECT_FALSE(TFile::GetInfo(B(At(kWindows ? "dat?" : "data")), info));
     EXPECT_FALSE(finder.Find(B(At("*")).GetString(), false));
     EXPECT_FALSE(finder.Find(B(At("*")).GetString(), true));
   }
@@ -396,6 +519,10 @@ TEST_F(FileFaultTest, AbortedGlobFindsNothing) {
 }
 
 TEST_F(FileFaultTest, GlobOutOfSpaceWithPartialResultsFindsNothingAndFreesThem) {
+  OVRA_SKIP_ON_WINDOWS(
+      "the Windows listing hands back no result of its own to release; a listing "
+      "cut short is FailingFindNextEndsTheListingAndClosesTheSearch");
+#if !defined(_WIN32)
   TFileFinder finder;
   TFileInfo info;
   {
@@ -406,13 +533,18 @@ TEST_F(FileFaultTest, GlobOutOfSpaceWithPartialResultsFindsNothingAndFreesThem) 
   // The partial result was the system's own allocation: a leak checker in the
   // instrumented builds reports it if it was not released.
   EXPECT_EQ(s_calls, 2);
+#endif
 }
 
 TEST_F(FileFaultTest, FailingCallsCombinedWithAllocationFailuresLeakNothing) {
   // A failing system call on the out-of-memory paths too: the first few
   // allocations of each operation fail in turn while the call fails.
-  ScopedSysCall failingGlob(&SSysCalls::glob, OutOfSpaceGlob);
-  ScopedSysCall failingFopen(&SSysCalls::fopen, FailingFopen);
+#if defined(_WIN32)
+  ScopedSysCall failingList(kList, FailingList);
+#else
+  ScopedSysCall failingList(kList, OutOfSpaceGlob);
+#endif
+  ScopedSysCall failingFopen(kOpen, FailingOpen);
   for (long n = 1; n <= 4; ++n) {
     FailNthAllocation(n);
     TFile file;
@@ -422,5 +554,128 @@ TEST_F(FileFaultTest, FailingCallsCombinedWithAllocationFailuresLeakNothing) {
     StopFailing();
   }
 }
+
+#if defined(_WIN32)
+// --- what only the Windows half calls ------------------------------------------
+
+// Each listing reports its first entry for real, then fails.
+BOOL WINAPI FailingFindNext(HANDLE, WIN32_FIND_DATAW*) {
+  ++s_calls;
+  SetLastError(ERROR_NETNAME_DELETED);
+  return FALSE;
+}
+
+BOOL WINAPI CountingFindClose(HANDLE search) {
+  ++s_closes;
+  return OvraTestRealSysCalls()->FindClose(search);
+}
+
+// Ends the search for real, so that it does not leak, and reports a failure.
+BOOL WINAPI FailingFindClose(HANDLE search) {
+  ++s_calls;
+  OvraTestRealSysCalls()->FindClose(search);
+  SetLastError(ERROR_INVALID_HANDLE);
+  return FALSE;
+}
+
+HANDLE WINAPI FailingCreateFile(const wchar_t*, DWORD, DWORD, SECURITY_ATTRIBUTES*, DWORD, DWORD,
+                                HANDLE) {
+  ++s_calls;
+  SetLastError(ERROR_SHARING_VIOLATION);
+  return INVALID_HANDLE_VALUE;
+}
+
+DWORD WINAPI FailingTempPath(DWORD, wchar_t*) {
+  ++s_calls;
+  SetLastError(ERROR_ENVVAR_NOT_FOUND);
+  return 0;
+}
+
+// Reports a folder longer than the buffer, as the system does with the
+// length the buffer would have needed, and writes nothing.
+DWORD WINAPI OverlongTempPath(DWORD size, wchar_t*) {
+  ++s_calls;
+  return size + 40;
+}
+
+// The entries a search of pattern finds, or -1 when it finds none.
+int CountFound(const std::string& pattern, bool recursive) {
+  TFileFinder finder;
+  if (!finder.Find(B(pattern).GetString(), recursive)) return -1;
+  int found = 1;
+  while (finder.FindNext()) ++found;
+  return found;
+}
+
+TEST_F(FileFaultTest, FailingFindNextEndsTheListingAndClosesTheSearch) {
+  ASSERT_TRUE(WriteFile(At("other"), "x"));
+  ASSERT_TRUE(WriteFile(At("third"), "x"));
+  ASSERT_EQ(CountFound(At("*"), false), 3);
+  {
+    ScopedSysCall failing(&SSysCalls::FindNextFileW, FailingFindNext);
+    ScopedSysCall counting(&SSysCalls::FindClose, CountingFindClose);
+    // Only the entry listed first can be found (none when it is "." or "..").
+    EXPECT_LE(CountFound(At("*"), false), 1);
+  }
+  EXPECT_EQ(s_calls, 1) << "the listing went on after a failure";
+  EXPECT_EQ(s_closes, 1) << "the search was not ended";
+  EXPECT_EQ(CountFound(At("*"), false), 3);
+}
+
+TEST_F(FileFaultTest, FailingFindCloseLeavesWhatWasFound) {
+  ASSERT_TRUE(MakeDir(At("sub")));
+  ASSERT_TRUE(WriteFile(At("sub/inner"), "x"));
+  {
+    ScopedSysCall failing(&SSysCalls::FindClose, FailingFindClose);
+    EXPECT_EQ(CountFound(At("*"), false), 2);
+    EXPECT_EQ(CountFound(At("*/*"), false), 1);
+  }
+  EXPECT_EQ(s_calls, 3) << "one folder listed, then two";
+}
+
+TEST_F(FileFaultTest, RemovingAFolderThatCannotBeExaminedGivesFalse) {
+  // A name the system will not delete as a file is removed as a folder only
+  // when it is seen to be one.
+  ASSERT_TRUE(MakeDir(At("d")));
+  {
+    ScopedSysCall failing(kExamine, FailingExamine);
+    EXPECT_FALSE(TFile::Remove(B(At("d"))));
+  }
+  EXPECT_EQ(s_calls, 1);
+  EXPECT_TRUE(IsDirectory(At("d")));
+  EXPECT_TRUE(TFile::Remove(B(At("d"))));
+  EXPECT_FALSE(Exists(At("d")));
+}
+
+TEST_F(FileFaultTest, FailingOpenForSetTimesGivesFalseAndChangesNothing) {
+  long long before = 0;
+  ASSERT_TRUE(win::LastWriteSeconds(At("data"), before));
+  ASSERT_NE(before, 1000000);
+  {
+    ScopedSysCall failing(&SSysCalls::CreateFileW, FailingCreateFile);
+    EXPECT_FALSE(TFile::SetLastWriteTime(Data(), 1000000));
+  }
+  EXPECT_EQ(s_calls, 1);
+  long long after = 0;
+  ASSERT_TRUE(win::LastWriteSeconds(At("data"), after));
+  EXPECT_EQ(after, before);
+  EXPECT_TRUE(TFile::SetLastWriteTime(Data(), 1000000));
+  ASSERT_TRUE(win::LastWriteSeconds(At("data"), after));
+  EXPECT_EQ(after, 1000000);
+}
+
+TEST_F(FileFaultTest, TempDirectoryIsEmptyWhenTheSystemCannotTellItOrItIsTooLong) {
+  {
+    ScopedSysCall failing(&SSysCalls::GetTempPathW, FailingTempPath);
+    EXPECT_TRUE(TFile::GetTempDirectory().IsEmpty());
+  }
+  {
+    ScopedSysCall overlong(&SSysCalls::GetTempPathW, OverlongTempPath);
+    EXPECT_TRUE(TFile::GetTempDirectory().IsEmpty());
+  }
+  EXPECT_EQ(s_calls, 2);
+  EXPECT_EQ(Narrow(TFile::GetTempDirectory()), ExpectedTempDirectory());
+}
+#endif
 
 }  // namespace

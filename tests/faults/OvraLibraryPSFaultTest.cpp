@@ -2,8 +2,12 @@
 // the object unchanged and nothing left open, GetProcAddress gives null, and
 // a failed close keeps the library loaded as documented (Free and
 // LibraryFree fail after the library's SharedLibTerm has run, a refused load
-// still gives the invalid handle). No block leaks.
+// still gives the invalid handle). No block leaks. The stand-ins replace the
+// platform's loader calls (dlopen, dlsym, dlclose and realpath, or
+// LoadLibraryExW, GetProcAddress, FreeLibrary and GetFullPathNameW).
+#if !defined(_WIN32)
 #include <dlfcn.h>
+#endif
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <string.h>
@@ -14,6 +18,7 @@
 #include "OvraLibrary.h"
 #include "OvraSysCallAccess.h"
 #include "TestAllocator.h"
+#include "TestPlatform.h"
 
 using namespace ovra_test;
 
@@ -22,50 +27,136 @@ namespace {
 int s_calls = 0;
 int s_opens = 0;
 
-char* FailingRealpath(const char*, char*) {
-  ++s_calls;
-  errno = ENAMETOOLONG;
-  return nullptr;
-}
-
-void* FailingDlopen(const char*, int) {
-  ++s_calls;
-  return nullptr;
-}
-
-void* CountingDlopen(const char* path, int flags) {
-  ++s_opens;
-  return OvraTestRealSysCalls()->dlopen(path, flags);
-}
-
-void* FailingDlsym(void*, const char*) {
-  ++s_calls;
-  return nullptr;
-}
-
-// Fails the close without closing, as a loader that refuses would.
-int FailingDlclose(void*) {
-  ++s_calls;
-  return -1;
-}
-
-// How many closes FailingThenRealDlclose still fails before it closes.
+// How many closes FailingThenRealClose still fails before it closes.
 int s_failingCloses = 0;
 // How many times the closed library's SharedLibTerm had run at each close,
 // oldest first.
 std::vector<int> s_termsAtClose;
 
+// The loader's own lookup, around the table.
+void* LoaderSymbol(void* handle, const char* name) {
+#if defined(_WIN32)
+  return win::HandleSymbol(handle, name);
+#else
+  return dlsym(handle, name);
+#endif
+}
+
 // The library's own count of its SharedLibTerm calls; -1 without one.
 int TermsOf(void* handle) {
-  const auto terms = reinterpret_cast<int (*)(void)>(dlsym(handle, "FaultPluginTerms"));
+  const auto terms = reinterpret_cast<int (*)(void)>(LoaderSymbol(handle, "FaultPluginTerms"));
   return terms ? terms() : -1;
+}
+
+#if defined(_WIN32)
+constexpr auto kResolve = &SSysCalls::GetFullPathNameW;
+constexpr auto kOpen = &SSysCalls::LoadLibraryExW;
+constexpr auto kLookup = &SSysCalls::GetProcAddress;
+constexpr auto kClose = &SSysCalls::FreeLibrary;
+
+DWORD WINAPI FailingResolve(const wchar_t*, DWORD, wchar_t*, wchar_t**) {
+  ++s_calls;
+  SetLastError(ERROR_FILENAME_EXCED_RANGE);
+  return 0;
+}
+
+BOOL WINAPI FailingExamine(const wchar_t*, GET_FILEEX_INFO_LEVELS, void*) {
+  ++s_calls;
+  SetLastError(ERROR_ACCESS_DENIED);
+  return FALSE;
+}
+
+HMODULE WINAPI FailingOpen(const wchar_t*, HANDLE, DWORD) {
+  ++s_calls;
+  SetLastError(ERROR_MOD_NOT_FOUND);
+  return nullptr;
+}
+
+HMODULE WINAPI CountingOpen(const wchar_t* path, HANDLE reserved, DWORD flags) {
+  ++s_opens;
+  return OvraTestRealSysCalls()->LoadLibraryExW(path, reserved, flags);
+}
+
+FARPROC WINAPI FailingLookup(HMODULE, const char*) {
+  ++s_calls;
+  SetLastError(ERROR_PROC_NOT_FOUND);
+  return nullptr;
+}
+
+// Fails the close without closing, as a loader that refuses would.
+BOOL WINAPI FailingClose(HMODULE) {
+  ++s_calls;
+  SetLastError(ERROR_INVALID_HANDLE);
+  return FALSE;
 }
 
 // Fails the next s_failingCloses closes without closing, as a loader that
 // refuses would, then passes closes on to the real call. Each call records
 // how often the library's SharedLibTerm has run, which shows that the term
 // comes before the close.
-int FailingThenRealDlclose(void* handle) {
+BOOL WINAPI FailingThenRealClose(HMODULE module) {
+  s_termsAtClose.push_back(TermsOf(module));
+  if (s_failingCloses > 0) {
+    --s_failingCloses;
+    SetLastError(ERROR_INVALID_HANDLE);
+    return FALSE;
+  }
+  return OvraTestRealSysCalls()->FreeLibrary(module);
+}
+
+// The plugins as the library names them on Windows: full paths with "/".
+std::string PluginSpec(const char* path) {
+  std::string spec = win::RealPath(path);
+  for (char& c : spec) {
+    if (c == '\\') c = '/';
+  }
+  return spec;
+}
+
+// Whether the library at path is still mapped into the process.
+bool IsMapped(const std::string& path) { return win::IsModuleLoaded(path); }
+
+// A new reference to the loaded library at path, taken without the library.
+void* OpenAgain(const std::string& path) { return win::OpenModule(path); }
+void CloseOnce(void* handle) { win::CloseModule(handle); }
+#else
+constexpr auto kResolve = &SSysCalls::realpath;
+constexpr auto kOpen = &SSysCalls::dlopen;
+constexpr auto kLookup = &SSysCalls::dlsym;
+constexpr auto kClose = &SSysCalls::dlclose;
+
+char* FailingResolve(const char*, char*) {
+  ++s_calls;
+  errno = ENAMETOOLONG;
+  return nullptr;
+}
+
+void* FailingOpen(const char*, int) {
+  ++s_calls;
+  return nullptr;
+}
+
+void* CountingOpen(const char* path, int flags) {
+  ++s_opens;
+  return OvraTestRealSysCalls()->dlopen(path, flags);
+}
+
+void* FailingLookup(void*, const char*) {
+  ++s_calls;
+  return nullptr;
+}
+
+// Fails the close without closing, as a loader that refuses would.
+int FailingClose(void*) {
+  ++s_calls;
+  return -1;
+}
+
+// Fails the next s_failingCloses closes without closing, as a loader that
+// refuses would, then passes closes on to the real call. Each call records
+// how often the library's SharedLibTerm has run, which shows that the term
+// comes before the close.
+int FailingThenRealClose(void* handle) {
   s_termsAtClose.push_back(TermsOf(handle));
   if (s_failingCloses > 0) {
     --s_failingCloses;
@@ -74,14 +165,33 @@ int FailingThenRealDlclose(void* handle) {
   return OvraTestRealSysCalls()->dlclose(handle);
 }
 
-// Whether the library at path (the accepting plugin by default) is still
-// mapped into the process.
-bool PluginIsOpen(const char* path = OVRA_FAULT_PLUGIN) {
-  void* handle = dlopen(path, RTLD_LAZY | RTLD_NOLOAD);
+// The plugins as the build names them.
+std::string PluginSpec(const char* path) { return path; }
+
+bool IsMapped(const std::string& path) {
+  void* handle = dlopen(path.c_str(), RTLD_LAZY | RTLD_NOLOAD);
   if (!handle) return false;
   dlclose(handle);  // RTLD_NOLOAD still counts a reference
   return true;
 }
+
+void* OpenAgain(const std::string& path) { return dlopen(path.c_str(), RTLD_LAZY | RTLD_NOLOAD); }
+void CloseOnce(void* handle) { dlclose(handle); }
+#endif
+
+const std::string& Plugin() {
+  static const std::string spec = PluginSpec(OVRA_FAULT_PLUGIN);
+  return spec;
+}
+
+const std::string& RefusingPlugin() {
+  static const std::string spec = PluginSpec(OVRA_FAULT_PLUGIN_REFUSE);
+  return spec;
+}
+
+// Whether the library at path (the accepting plugin by default) is still
+// mapped into the process.
+bool PluginIsOpen(const std::string& path = Plugin()) { return IsMapped(path); }
 
 std::string Narrow(const TBstr& s) { return s.GetMultibyteString(); }
 
@@ -97,23 +207,25 @@ class LibraryFaultTest : public ::testing::Test {
     s_opens = 0;
     s_failingCloses = 0;
     s_termsAtClose.clear();
+    ASSERT_FALSE(Plugin().empty()) << OVRA_FAULT_PLUGIN;
+    ASSERT_FALSE(RefusingPlugin().empty()) << OVRA_FAULT_PLUGIN_REFUSE;
     ASSERT_FALSE(PluginIsOpen());
-    ASSERT_FALSE(PluginIsOpen(OVRA_FAULT_PLUGIN_REFUSE));
+    ASSERT_FALSE(PluginIsOpen(RefusingPlugin()));
   }
   void TearDown() override {
     EXPECT_FALSE(PluginIsOpen()) << "a failed operation left it open";
-    EXPECT_FALSE(PluginIsOpen(OVRA_FAULT_PLUGIN_REFUSE)) << "a failed operation left it open";
+    EXPECT_FALSE(PluginIsOpen(RefusingPlugin())) << "a failed operation left it open";
   }
   ScopedCountingLibrary m_library;
 };
 
-TEST_F(LibraryFaultTest, FailingRealpathFailsLoadBeforeTheLoaderIsAsked) {
+TEST_F(LibraryFaultTest, FailingPathResolutionFailsLoadBeforeTheLoaderIsAsked) {
   ASSERT_TRUE(m_library.started());
   {
     TLibrary library;
-    ScopedSysCall failing(&SSysCalls::realpath, FailingRealpath);
-    ScopedSysCall counting(&SSysCalls::dlopen, CountingDlopen);
-    EXPECT_FALSE(library.Load(TBstr(OVRA_FAULT_PLUGIN)));
+    ScopedSysCall failing(kResolve, FailingResolve);
+    ScopedSysCall counting(kOpen, CountingOpen);
+    EXPECT_FALSE(library.Load(TBstr(Plugin().c_str())));
     EXPECT_EQ(s_calls, 1);
     EXPECT_EQ(s_opens, 0);
     EXPECT_FALSE(library.IsLoaded());
@@ -122,14 +234,35 @@ TEST_F(LibraryFaultTest, FailingRealpathFailsLoadBeforeTheLoaderIsAsked) {
   EXPECT_EQ(Stats().live.load(), 0);
 }
 
-TEST_F(LibraryFaultTest, FailingDlopenFailsLoadAndLeavesTheObjectUnchanged) {
+#if defined(_WIN32)
+// The folder is made absolute and then examined: a folder that cannot be
+// examined fails the load before the loader is asked, as one that does not
+// resolve does.
+TEST_F(LibraryFaultTest, FailingExamineOfTheFolderFailsLoadBeforeTheLoaderIsAsked) {
+  ASSERT_TRUE(m_library.started());
+  {
+    TLibrary library;
+    ScopedSysCall failing(&SSysCalls::GetFileAttributesExW, FailingExamine);
+    ScopedSysCall counting(kOpen, CountingOpen);
+    EXPECT_FALSE(library.Load(TBstr(Plugin().c_str())));
+    EXPECT_EQ(TLibrary::LibraryLoad(TBstr(Plugin().c_str())), kInvalidHandleValue);
+    EXPECT_EQ(s_calls, 2);
+    EXPECT_EQ(s_opens, 0);
+    EXPECT_FALSE(library.IsLoaded());
+    EXPECT_TRUE(library.GetFileSpec().IsEmpty());
+  }
+  EXPECT_EQ(Stats().live.load(), 0);
+}
+#endif
+
+TEST_F(LibraryFaultTest, FailingOpenFailsLoadAndLeavesTheObjectUnchanged) {
   ASSERT_TRUE(m_library.started());
   {
     TLibrary library;
     {
-      ScopedSysCall failing(&SSysCalls::dlopen, FailingDlopen);
-      EXPECT_FALSE(library.Load(TBstr(OVRA_FAULT_PLUGIN)));
-      EXPECT_EQ(TLibrary::LibraryLoad(TBstr(OVRA_FAULT_PLUGIN)), kInvalidHandleValue);
+      ScopedSysCall failing(kOpen, FailingOpen);
+      EXPECT_FALSE(library.Load(TBstr(Plugin().c_str())));
+      EXPECT_EQ(TLibrary::LibraryLoad(TBstr(Plugin().c_str())), kInvalidHandleValue);
     }
     EXPECT_EQ(s_calls, 2);
     EXPECT_FALSE(library.IsLoaded());
@@ -140,13 +273,13 @@ TEST_F(LibraryFaultTest, FailingDlopenFailsLoadAndLeavesTheObjectUnchanged) {
   EXPECT_EQ(Stats().live.load(), 0);
 }
 
-TEST_F(LibraryFaultTest, FailingDlsymFailsLoadAndClosesTheOpenedLibrary) {
+TEST_F(LibraryFaultTest, FailingLookupFailsLoadAndClosesTheOpenedLibrary) {
   ASSERT_TRUE(m_library.started());
   {
     TLibrary library;
     {
-      ScopedSysCall failing(&SSysCalls::dlsym, FailingDlsym);
-      EXPECT_FALSE(library.Load(TBstr(OVRA_FAULT_PLUGIN)));
+      ScopedSysCall failing(kLookup, FailingLookup);
+      EXPECT_FALSE(library.Load(TBstr(Plugin().c_str())));
     }
     EXPECT_GE(s_calls, 1);
     EXPECT_FALSE(library.IsLoaded());
@@ -157,14 +290,14 @@ TEST_F(LibraryFaultTest, FailingDlsymFailsLoadAndClosesTheOpenedLibrary) {
   EXPECT_EQ(Stats().live.load(), 0);
 }
 
-TEST_F(LibraryFaultTest, FailingDlsymMakesGetProcAddressReturnNull) {
+TEST_F(LibraryFaultTest, FailingLookupMakesGetProcAddressReturnNull) {
   ASSERT_TRUE(m_library.started());
   {
     TLibrary library;
-    ASSERT_TRUE(library.Load(TBstr(OVRA_FAULT_PLUGIN)));
+    ASSERT_TRUE(library.Load(TBstr(Plugin().c_str())));
     EXPECT_EQ(CallCounter(library, "FaultPluginInits"), 1);
     {
-      ScopedSysCall failing(&SSysCalls::dlsym, FailingDlsym);
+      ScopedSysCall failing(kLookup, FailingLookup);
       EXPECT_EQ(library.GetProcAddress(TBstr("FaultPluginInits")), nullptr);
     }
     EXPECT_EQ(s_calls, 1);
@@ -174,13 +307,13 @@ TEST_F(LibraryFaultTest, FailingDlsymMakesGetProcAddressReturnNull) {
   EXPECT_EQ(Stats().live.load(), 0);
 }
 
-TEST_F(LibraryFaultTest, FailingDlcloseGivesFalseAndKeepsTheLibraryLoaded) {
+TEST_F(LibraryFaultTest, FailingCloseGivesFalseAndKeepsTheLibraryLoaded) {
   ASSERT_TRUE(m_library.started());
   {
     TLibrary library;
-    ASSERT_TRUE(library.Load(TBstr(OVRA_FAULT_PLUGIN)));
+    ASSERT_TRUE(library.Load(TBstr(Plugin().c_str())));
     {
-      ScopedSysCall failing(&SSysCalls::dlclose, FailingDlclose);
+      ScopedSysCall failing(kClose, FailingClose);
       EXPECT_FALSE(library.Free());
     }
     EXPECT_EQ(s_calls, 1);
@@ -199,13 +332,13 @@ TEST_F(LibraryFaultTest, FailedCloseKeepsTheObjectLoadedAfterTermHasRun) {
   ASSERT_TRUE(m_library.started());
   {
     TLibrary library;
-    ASSERT_TRUE(library.Load(TBstr(OVRA_FAULT_PLUGIN)));
-    ScopedSysCall closing(&SSysCalls::dlclose, FailingThenRealDlclose);
+    ASSERT_TRUE(library.Load(TBstr(Plugin().c_str())));
+    ScopedSysCall closing(kClose, FailingThenRealClose);
     s_failingCloses = 1;
     EXPECT_FALSE(library.Free());
     EXPECT_EQ(s_failingCloses, 0) << "the close was not reached";
     EXPECT_TRUE(library.IsLoaded());
-    EXPECT_EQ(Narrow(library.GetFileSpec()), OVRA_FAULT_PLUGIN);
+    EXPECT_EQ(Narrow(library.GetFileSpec()), Plugin());
     EXPECT_TRUE(PluginIsOpen());
     EXPECT_EQ(s_termsAtClose, std::vector<int>{1});  // the term ran before the close
     EXPECT_EQ(CallCounter(library, "FaultPluginInits"), 1);
@@ -221,9 +354,9 @@ TEST_F(LibraryFaultTest, FailedCloseKeepsTheObjectLoadedAfterTermHasRun) {
 
 TEST_F(LibraryFaultTest, LibraryFreeFailsWhenTheLoaderCannotClose) {
   ASSERT_TRUE(m_library.started());
-  void* handle = TLibrary::LibraryLoad(TBstr(OVRA_FAULT_PLUGIN));
+  void* handle = TLibrary::LibraryLoad(TBstr(Plugin().c_str()));
   ASSERT_NE(handle, kInvalidHandleValue);
-  ScopedSysCall closing(&SSysCalls::dlclose, FailingThenRealDlclose);
+  ScopedSysCall closing(kClose, FailingThenRealClose);
   s_failingCloses = 1;
   EXPECT_FALSE(TLibrary::LibraryFree(handle));
   EXPECT_EQ(s_termsAtClose, std::vector<int>{1});  // the term ran first
@@ -237,21 +370,22 @@ TEST_F(LibraryFaultTest, LibraryFreeFailsWhenTheLoaderCannotClose) {
 TEST_F(LibraryFaultTest, RefusedLoadStillReturnsInvalidWhenTheCloseFails) {
   ASSERT_TRUE(m_library.started());
   {
-    ScopedSysCall closing(&SSysCalls::dlclose, FailingThenRealDlclose);
+    ScopedSysCall closing(kClose, FailingThenRealClose);
     s_failingCloses = 1;
-    EXPECT_EQ(TLibrary::LibraryLoad(TBstr(OVRA_FAULT_PLUGIN_REFUSE)), kInvalidHandleValue);
+    EXPECT_EQ(TLibrary::LibraryLoad(TBstr(RefusingPlugin().c_str())), kInvalidHandleValue);
     EXPECT_EQ(s_failingCloses, 0) << "the refused library was not closed";
     EXPECT_EQ(s_termsAtClose, std::vector<int>{1});  // closing it ran its term first
   }
   // The library stayed open: close it as the loader would have.
-  void* handle = dlopen(OVRA_FAULT_PLUGIN_REFUSE, RTLD_LAZY | RTLD_NOLOAD);
+  ASSERT_TRUE(PluginIsOpen(RefusingPlugin()));
+  void* handle = OpenAgain(RefusingPlugin());
   ASSERT_NE(handle, nullptr);
-  const auto inits = reinterpret_cast<int (*)(void)>(dlsym(handle, "FaultPluginInits"));
+  const auto inits = reinterpret_cast<int (*)(void)>(LoaderSymbol(handle, "FaultPluginInits"));
   ASSERT_NE(inits, nullptr);
   EXPECT_EQ(inits(), 1);
-  dlclose(handle);
-  dlclose(handle);
-  EXPECT_FALSE(PluginIsOpen(OVRA_FAULT_PLUGIN_REFUSE));
+  CloseOnce(handle);
+  CloseOnce(handle);
+  EXPECT_FALSE(PluginIsOpen(RefusingPlugin()));
   EXPECT_EQ(Stats().live.load(), 0);
 }
 

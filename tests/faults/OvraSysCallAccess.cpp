@@ -1,6 +1,8 @@
 // OvraSysCallAccess.cpp - linked only into the test build of the library
-// (libovra_faults.so), beside the library's own objects: it hands the tests
-// the hidden system-call table, so that single entries can be made to fail.
+// (libovra_faults.so, ovra_faults.dll), beside the library's own objects: it
+// hands the tests the hidden system-call table, so that single entries can
+// be made to fail.
+#define OVRA_FAULTS_BUILDING
 #include "OvraSysCallAccess.h"
 
 SSysCalls* OvraTestSysCalls() { return &g_ovraSysCalls; }

@@ -1,15 +1,33 @@
-// OvraSysCallAccess.h - what the test build of the library (libovra_faults.so)
-// adds to the library's interface: the system-call table the POSIX half calls
-// through, and a scope that swaps one entry for a stand-in.
+// OvraSysCallAccess.h - what the test build of the library (libovra_faults.so,
+// ovra_faults.dll on Windows) adds to the library's interface: the
+// system-call table the platform half calls through, and a scope that swaps
+// one entry for a stand-in.
 #ifndef OVRA_TESTS_FAULTS_OVRASYSCALLACCESS_H
 #define OVRA_TESTS_FAULTS_OVRASYSCALLACCESS_H
 
+#if defined(_WIN32)
+#include "Win32/OvraSysCalls.h"
+// The system's header names its wide calls through these macros, which would
+// rename TFile's members of the same names in every test that includes this.
+#undef CreateDirectory
+#undef RemoveDirectory
+// The library's objects keep their own exports; only these two are added.
+// OvraSysCallAccess.cpp defines them and exports them, the tests import them.
+#if defined(OVRA_FAULTS_BUILDING)
+#define OVRA_FAULTS_ACCESS __declspec(dllexport)
+#else
+#define OVRA_FAULTS_ACCESS __declspec(dllimport)
+#endif
+#else
 #include "Unix/OvraSysCalls.h"
+// The library is built with hidden visibility: these two must be seen.
+#define OVRA_FAULTS_ACCESS __attribute__((visibility("default")))
+#endif
 
 // The table in use; entries changed here take effect at once.
-extern "C" __attribute__((visibility("default"))) SSysCalls* OvraTestSysCalls();
+extern "C" OVRA_FAULTS_ACCESS SSysCalls* OvraTestSysCalls();
 // The real functions, to put entries back.
-extern "C" __attribute__((visibility("default"))) const SSysCalls* OvraTestRealSysCalls();
+extern "C" OVRA_FAULTS_ACCESS const SSysCalls* OvraTestRealSysCalls();
 
 namespace ovra_test {
 

@@ -1,6 +1,8 @@
 // Threads and the thread-local key when the system refuses them: a failed
 // thread creation gives false/null and leaks nothing, and a start-up whose
-// key cannot be made fails as a whole and can be repeated later.
+// key cannot be made fails as a whole and can be repeated later. The
+// stand-ins replace the platform's thread creation and key allocation
+// (pthread_create and pthread_key_create, or CreateThread and TlsAlloc).
 #include <errno.h>
 #include <gtest/gtest.h>
 
@@ -18,15 +20,53 @@ namespace {
 int s_calls = 0;
 std::atomic<int> s_ran{0};
 
-int FailingPthreadCreate(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*) {
+#if defined(_WIN32)
+constexpr auto kCreateThread = &SSysCalls::CreateThread;
+constexpr auto kCreateKey = &SSysCalls::TlsAlloc;
+constexpr auto kDeleteKey = &SSysCalls::TlsFree;
+
+HANDLE WINAPI FailingCreateThread(SECURITY_ATTRIBUTES*, SIZE_T, LPTHREAD_START_ROUTINE, void*,
+                                  DWORD, DWORD*) {
+  ++s_calls;
+  SetLastError(ERROR_NOT_ENOUGH_MEMORY);  // no room for another stack
+  return nullptr;
+}
+
+DWORD WINAPI FailingCreateKey() {
+  ++s_calls;
+  SetLastError(ERROR_NO_MORE_ITEMS);  // every slot of the process is taken
+  return TLS_OUT_OF_INDEXES;
+}
+
+// Releases the slot for real, so that none is lost, and reports a failure.
+BOOL WINAPI FailingDeleteKey(DWORD index) {
+  ++s_calls;
+  OvraTestRealSysCalls()->TlsFree(index);
+  SetLastError(ERROR_INVALID_PARAMETER);
+  return FALSE;
+}
+#else
+constexpr auto kCreateThread = &SSysCalls::pthread_create;
+constexpr auto kCreateKey = &SSysCalls::pthread_key_create;
+constexpr auto kDeleteKey = &SSysCalls::pthread_key_delete;
+
+int FailingCreateThread(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*) {
   ++s_calls;
   return EAGAIN;  // the resource limit on threads is reached
 }
 
-int FailingPthreadKeyCreate(pthread_key_t*, void (*)(void*)) {
+int FailingCreateKey(pthread_key_t*, void (*)(void*)) {
   ++s_calls;
   return EAGAIN;  // every key of the process is taken
 }
+
+// Deletes the key for real, so that none is lost, and reports a failure.
+int FailingDeleteKey(pthread_key_t key) {
+  ++s_calls;
+  OvraTestRealSysCalls()->pthread_key_delete(key);
+  return EINVAL;
+}
+#endif
 
 int Count(void*) {
   ++s_ran;
@@ -38,13 +78,13 @@ class ThreadFaultTest : public ::testing::Test {
   void SetUp() override { s_calls = 0; s_ran = 0; }
 };
 
-TEST_F(ThreadFaultTest, FailingPthreadCreateGivesFalseAndLeavesNoHandle) {
+TEST_F(ThreadFaultTest, FailingThreadCreationGivesFalseAndLeavesNoHandle) {
   ScopedCountingLibrary library;
   ASSERT_TRUE(library.started());
   {
     TThread thread;
     {
-      ScopedSysCall failing(&SSysCalls::pthread_create, FailingPthreadCreate);
+      ScopedSysCall failing(kCreateThread, FailingCreateThread);
       EXPECT_FALSE(thread.Create(Count, nullptr, false));
     }
     EXPECT_EQ(s_calls, 1);
@@ -61,11 +101,11 @@ TEST_F(ThreadFaultTest, FailingPthreadCreateGivesFalseAndLeavesNoHandle) {
   EXPECT_EQ(Stats().live.load(), 0) << "the handle of the failed creation leaked";
 }
 
-TEST_F(ThreadFaultTest, FailingPthreadCreateMakesOvraCreateThreadReturnNull) {
+TEST_F(ThreadFaultTest, FailingThreadCreationMakesOvraCreateThreadReturnNull) {
   ScopedCountingLibrary library;
   ASSERT_TRUE(library.started());
   {
-    ScopedSysCall failing(&SSysCalls::pthread_create, FailingPthreadCreate);
+    ScopedSysCall failing(kCreateThread, FailingCreateThread);
     for (int i = 0; i < 10; ++i) EXPECT_EQ(OvraCreateThread(Count, nullptr, false), nullptr);
   }
   EXPECT_EQ(s_calls, 10);
@@ -73,11 +113,11 @@ TEST_F(ThreadFaultTest, FailingPthreadCreateMakesOvraCreateThreadReturnNull) {
   EXPECT_EQ(Stats().live.load(), 0) << "the object or handle of a failed creation leaked";
 }
 
-TEST_F(ThreadFaultTest, FailingPthreadKeyCreateFailsStartUpAndALaterStartUpWorks) {
+TEST_F(ThreadFaultTest, FailingKeyCreationFailsStartUpAndALaterStartUpWorks) {
   Stats().Reset();
   SAllocator allocator = CountingAllocator();
   {
-    ScopedSysCall failing(&SSysCalls::pthread_key_create, FailingPthreadKeyCreate);
+    ScopedSysCall failing(kCreateKey, FailingCreateKey);
     EXPECT_FALSE(OvraInitialize(&allocator));
     EXPECT_FALSE(OvraInitialize(&allocator));
   }
@@ -90,6 +130,29 @@ TEST_F(ThreadFaultTest, FailingPthreadKeyCreateFailsStartUpAndALaterStartUpWorks
   OvraUninitialize();
 
   ASSERT_TRUE(OvraInitialize(&allocator));
+  void* block = OvraTlsAddData(&key, 8);
+  EXPECT_NE(block, nullptr);
+  EXPECT_EQ(OvraTlsGetData(&key), block);
+  OvraUninitialize();
+  EXPECT_EQ(Stats().live.load(), 0) << "blocks outlived the shutdown";
+}
+
+TEST_F(ThreadFaultTest, FailingKeyDeletionStillEndsTheShutdownAndALaterStartUpWorks) {
+  Stats().Reset();
+  SAllocator allocator = CountingAllocator();
+  int key = 0;
+  ASSERT_TRUE(OvraInitialize(&allocator));
+  ASSERT_NE(OvraTlsAddData(&key, 8), nullptr);
+  {
+    ScopedSysCall failing(kDeleteKey, FailingDeleteKey);
+    OvraUninitialize();
+  }
+  EXPECT_EQ(s_calls, 1);
+  // Shut down all the same: the key is gone with the library.
+  EXPECT_EQ(OvraTlsGetData(&key), nullptr);
+  // A later start-up makes a key of its own, with no data in it yet.
+  ASSERT_TRUE(OvraInitialize(&allocator));
+  EXPECT_EQ(OvraTlsGetData(&key), nullptr);
   void* block = OvraTlsAddData(&key, 8);
   EXPECT_NE(block, nullptr);
   EXPECT_EQ(OvraTlsGetData(&key), block);
