@@ -37,7 +37,8 @@ TARGETS = [
 ]
 # Pairs measured against memcpy: the figure is the fraction of memcpy's
 # bandwidth reached, and the target a lower bound on it.
-BANDWIDTH_TARGETS = [("Checksum", 0.3), ("UTF-8 ASCII decode", 0.8), ("UTF-8 ASCII", 0.3),
+BANDWIDTH_TARGETS = [("Checksum", 0.3), ("UTF-8 ASCII decode 1 MiB, vs copy", None),
+                     ("UTF-8 ASCII decode", 0.8), ("UTF-8 ASCII", 0.3),
                      ("UTF-8", None)]
 
 
