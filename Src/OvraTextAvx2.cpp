@@ -265,19 +265,8 @@ size_t FromUtf8(const unsigned char* src, size_t n, unsigned short* dst, size_t 
       // Unusual text: the scalar steps over at most 16 bytes, then try again.
       const size_t stop = i + 16;
       while (i < stop) {
-        const unsigned b = src[i];
-        if (b < 0x80) {
-          dst[w] = static_cast<unsigned short>(b);
-          i += 1;
-        } else if (b & 0x20) {
-          dst[w] = static_cast<unsigned short>(((b & 0x1F) << 12) | ((src[i + 1] & 0x3F) << 6) |
-                                               (src[i + 2] & 0x3F));
-          i += 3;
-        } else {
-          dst[w] = static_cast<unsigned short>(((b & 0x1F) << 6) | (src[i + 1] & 0x3F));
-          i += 2;
-        }
-        ++w;
+        dst[w++] = DecodeSequence(src + i);
+        i += SequenceLength(src[i]);
       }
       continue;
     }

@@ -450,6 +450,22 @@ size_t RunsToUtf8(const unsigned short* source, size_t n, char* dest, size_t roo
   return w;
 }
 
+// The bytes of the sequence led by b: 1 below 0x80, 3 when bit 0x20 is set,
+// 2 otherwise. Nothing is validated: any byte with the top bit set is a
+// lead, any next byte a continuation.
+inline size_t SequenceLength(unsigned b) { return b < 0x80 ? 1 : (b & 0x20) ? 3 : 2; }
+
+// The unit of the sequence at src (its SequenceLength bytes must be there).
+// A three-byte lead keeps only its low four bits, as the 16-bit result holds.
+inline unsigned short DecodeSequence(const unsigned char* src) {
+  const unsigned b = src[0];
+  if (b < 0x80) return static_cast<unsigned short>(b);
+  if (b & 0x20)
+    return static_cast<unsigned short>(((b & 0x1F) << 12) | ((src[1] & 0x3Fu) << 6) |
+                                       (src[2] & 0x3Fu));
+  return static_cast<unsigned short>(((b & 0x1F) << 6) | (src[1] & 0x3Fu));
+}
+
 template <size_t (*Widen)(const unsigned char*, size_t, unsigned short*)>
 size_t RunsFromUtf8(const unsigned char* src, size_t n, unsigned short* dest, size_t room) {
   size_t i = 0;
@@ -463,20 +479,11 @@ size_t RunsFromUtf8(const unsigned char* src, size_t n, unsigned short* dest, si
       w += run;
       continue;
     }
-    // Nothing is validated: any byte with the top bit set is a lead, any next
-    // byte a continuation. An incomplete sequence at the end is dropped.
-    if (i + 1 >= n) break;
-    const unsigned second = src[i + 1];
-    if (b & 0x20) {
-      if (i + 2 >= n) break;
-      const unsigned third = src[i + 2];
-      dest[w] = static_cast<unsigned short>(((b & 0x1F) << 12) | ((second & 0x3F) << 6) |
-                                            (third & 0x3F));
-      i += 3;
-    } else {
-      dest[w] = static_cast<unsigned short>(((b & 0x1F) << 6) | (second & 0x3F));
-      i += 2;
-    }
+    // An incomplete sequence at the end is dropped.
+    const size_t length = SequenceLength(b);
+    if (n - i < length) break;
+    dest[w] = DecodeSequence(src + i);
+    i += length;
     ++w;
   }
   return w;
