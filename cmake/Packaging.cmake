@@ -1,4 +1,27 @@
-# Debian packages made by CPack from the install rules' three components:
+# What CPack makes from the install rules. On Windows: one zip archive,
+# ovra-<version>-win64.zip, holding the whole installed tree under one folder
+# of that name (bin/ovra.dll and bin/ovra.exe, lib/libovra.dll.a, the headers
+# in include/ovra, the CMake package, ovra.pc, the manual page, the copyright
+# notice), which a user unpacks anywhere: the CMake package and ovra.pc
+# locate the tree from their own place, and ovra.exe finds ovra.dll beside
+# it. Run `cpack` in the build folder; the install test does it and builds an
+# outside program against the unpacked archive.
+if(WIN32)
+  install(FILES ${PROJECT_SOURCE_DIR}/cmake/debian/copyright
+          DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/ovra COMPONENT runtime)
+  set(CPACK_GENERATOR ZIP)
+  set(CPACK_PACKAGE_NAME ovra)
+  set(CPACK_PACKAGE_VENDOR "Ovra developers")
+  set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+  set(CPACK_PACKAGE_FILE_NAME ovra-${PROJECT_VERSION}-win64)
+  set(CPACK_PACKAGE_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/packages)
+  # The DLL and the program lose their symbols, as in the Debian packages.
+  set(CPACK_STRIP_FILES ON)
+  include(CPack)
+  return()
+endif()
+
+# Elsewhere, Debian packages from the install rules' three components:
 #   runtime     -> libovra<major>  the shared library and its soname link
 #   development -> libovra-dev     headers, libovra.so, the CMake package,
 #                                  ovra.pc and the HTML API reference
