@@ -35,77 +35,36 @@ void Reset() {
 constexpr auto kOpen = &SSysCalls::wfopen;
 constexpr auto kSeek = &SSysCalls::fseeki64;
 constexpr auto kTell = &SSysCalls::ftelli64;
-
-FILE* FailingOpen(const wchar_t*, const wchar_t*) {
-  ++s_calls;
-  errno = EMFILE;
-  return nullptr;
-}
-
-int FailingSeek(FILE*, long long, int) {
-  ++s_calls;
-  errno = ESPIPE;
-  return -1;
-}
-
-// Only moves back to a position from the start fail: the first two steps of
-// measuring a length work, putting the position back does not.
-int FailingSeekFromStart(FILE* stream, long long offset, int origin) {
-  if (origin == SEEK_SET) {
-    ++s_calls;
-    errno = EIO;
-    return -1;
-  }
-  return OvraTestRealSysCalls()->fseeki64(stream, offset, origin);
-}
-
-long long FailingTell(FILE*) {
-  ++s_calls;
-  errno = ESPIPE;
-  return -1;
-}
+using Offset = long long;
 #else
 constexpr auto kOpen = &SSysCalls::fopen;
 constexpr auto kSeek = &SSysCalls::fseeko;
 constexpr auto kTell = &SSysCalls::ftello;
+using Offset = off_t;
+#endif
 
-FILE* FailingOpen(const char*, const char*) {
-  ++s_calls;
-  errno = EMFILE;
-  return nullptr;
-}
-
-int FailingFstat(int, struct stat*) {
-  ++s_calls;
-  errno = EIO;
-  return -1;
-}
-
-int FailingSeek(FILE*, off_t, int) {
-  ++s_calls;
-  errno = ESPIPE;
-  return -1;
-}
+// The C runtime's streams report their errors in errno, on Windows too.
+const SysFailure<kOpen> FailingOpen{s_calls, Errno(EMFILE), nullptr};
+const SysFailure<kSeek> FailingSeek{s_calls, Errno(ESPIPE), -1};
+const SysFailure<kTell> FailingTell{s_calls, Errno(ESPIPE), -1};
+const SysFailure<&SSysCalls::fread> FailingFread{s_calls, Errno(EIO), 0};
+const SysFailure<&SSysCalls::fwrite> FailingFwrite{s_calls, Errno(ENOSPC), 0};
+const SysFailure<&SSysCalls::fflush> FailingFflush{s_calls, Errno(ENOSPC), EOF};
 
 // Only moves back to a position from the start fail: the first two steps of
 // measuring a length work, putting the position back does not.
-int FailingSeekFromStart(FILE* stream, off_t offset, int origin) {
+int FailingSeekFromStart(FILE* stream, Offset offset, int origin) {
   if (origin == SEEK_SET) {
     ++s_calls;
     errno = EIO;
     return -1;
   }
-  return OvraTestRealSysCalls()->fseeko(stream, offset, origin);
+  return (OvraTestRealSysCalls()->*kSeek)(stream, offset, origin);
 }
-
-off_t FailingTell(FILE*) {
-  ++s_calls;
-  errno = ESPIPE;
-  return -1;
-}
-#endif
 
 #if !defined(_WIN32)
+const SysFailure<&SSysCalls::fstat> FailingFstat{s_calls, Errno(EIO), -1};
+
 // Closes for real (the stream must not leak) and counts the close: the
 // stream that a failed examination leaves open (the fstat test).
 int CountingFclose(FILE* stream) {
@@ -122,22 +81,10 @@ int FailingFclose(FILE* stream) {
   return EOF;
 }
 
-size_t FailingFread(void*, size_t, size_t, FILE*) {
-  ++s_calls;
-  errno = EIO;
-  return 0;
-}
-
 // Reads at most 3 items, as an interrupted or failing read would.
 size_t ShortFread(void* buffer, size_t size, size_t count, FILE* stream) {
   ++s_calls;
   return OvraTestRealSysCalls()->fread(buffer, size, count < 3 ? count : 3, stream);
-}
-
-size_t FailingFwrite(const void*, size_t, size_t, FILE*) {
-  ++s_calls;
-  errno = ENOSPC;
-  return 0;
 }
 
 // Writes at most 2 items, then reports a full disk.
@@ -146,12 +93,6 @@ size_t ShortFwrite(const void* buffer, size_t size, size_t count, FILE* stream) 
   const size_t written = OvraTestRealSysCalls()->fwrite(buffer, size, count < 2 ? count : 2, stream);
   errno = ENOSPC;
   return written;
-}
-
-int FailingFflush(FILE*) {
-  ++s_calls;
-  errno = ENOSPC;
-  return EOF;
 }
 
 // --- calls on names and directory search ----------------------------------------
@@ -167,53 +108,14 @@ constexpr auto kExamine = &SSysCalls::GetFileAttributesExW;
 // The listing of a folder (a pattern with wildcards).
 constexpr auto kList = &SSysCalls::FindFirstFileW;
 
-BOOL WINAPI FailingRename(const wchar_t*, const wchar_t*, DWORD) {
-  ++s_calls;
-  SetLastError(ERROR_NOT_SAME_DEVICE);
-  return FALSE;
-}
-
-BOOL WINAPI FailingRemove(const wchar_t*) {
-  ++s_calls;
-  SetLastError(ERROR_ACCESS_DENIED);
-  return FALSE;
-}
-
-BOOL WINAPI FailingMkdir(const wchar_t*, SECURITY_ATTRIBUTES*) {
-  ++s_calls;
-  SetLastError(ERROR_DISK_FULL);
-  return FALSE;
-}
-
-BOOL WINAPI ExistingMkdir(const wchar_t*, SECURITY_ATTRIBUTES*) {
-  ++s_calls;
-  SetLastError(ERROR_ALREADY_EXISTS);
-  return FALSE;
-}
-
-BOOL WINAPI FailingRmdir(const wchar_t*) {
-  ++s_calls;
-  SetLastError(ERROR_DIR_NOT_EMPTY);
-  return FALSE;
-}
-
-BOOL WINAPI FailingSetTimes(HANDLE, const FILETIME*, const FILETIME*, const FILETIME*) {
-  ++s_calls;
-  SetLastError(ERROR_ACCESS_DENIED);
-  return FALSE;
-}
-
-BOOL WINAPI FailingExamine(const wchar_t*, GET_FILEEX_INFO_LEVELS, void*) {
-  ++s_calls;
-  SetLastError(ERROR_ACCESS_DENIED);
-  return FALSE;
-}
-
-HANDLE WINAPI FailingList(const wchar_t*, WIN32_FIND_DATAW*) {
-  ++s_calls;
-  SetLastError(ERROR_ACCESS_DENIED);
-  return INVALID_HANDLE_VALUE;
-}
+const SysFailure<kRename> FailingRename{s_calls, LastError(ERROR_NOT_SAME_DEVICE), FALSE};
+const SysFailure<kRemove> FailingRemove{s_calls, LastError(ERROR_ACCESS_DENIED), FALSE};
+const SysFailure<kMkdir> FailingMkdir{s_calls, LastError(ERROR_DISK_FULL), FALSE};
+const SysFailure<kMkdir> ExistingMkdir{s_calls, LastError(ERROR_ALREADY_EXISTS), FALSE};
+const SysFailure<kRmdir> FailingRmdir{s_calls, LastError(ERROR_DIR_NOT_EMPTY), FALSE};
+const SysFailure<kSetTimes> FailingSetTimes{s_calls, LastError(ERROR_ACCESS_DENIED), FALSE};
+const SysFailure<kExamine> FailingExamine{s_calls, LastError(ERROR_ACCESS_DENIED), FALSE};
+const SysFailure<kList> FailingList{s_calls, LastError(ERROR_ACCESS_DENIED), INVALID_HANDLE_VALUE};
 #else
 constexpr auto kRename = &SSysCalls::rename;
 constexpr auto kRemove = &SSysCalls::remove;
@@ -223,52 +125,15 @@ constexpr auto kSetTimes = &SSysCalls::utime;
 constexpr auto kExamine = &SSysCalls::lstat;
 constexpr auto kList = &SSysCalls::glob;
 
-int FailingRename(const char*, const char*) {
-  ++s_calls;
-  errno = EXDEV;
-  return -1;
-}
-
-int FailingRemove(const char*) {
-  ++s_calls;
-  errno = EACCES;
-  return -1;
-}
-
-int FailingMkdir(const char*, mode_t) {
-  ++s_calls;
-  errno = ENOSPC;
-  return -1;
-}
-
-int ExistingMkdir(const char*, mode_t) {
-  ++s_calls;
-  errno = EEXIST;
-  return -1;
-}
-
-int FailingRmdir(const char*) {
-  ++s_calls;
-  errno = EBUSY;
-  return -1;
-}
-
-int FailingSetTimes(const char*, const struct utimbuf*) {
-  ++s_calls;
-  errno = EPERM;
-  return -1;
-}
-
-int FailingExamine(const char*, struct stat*) {
-  ++s_calls;
-  errno = EACCES;
-  return -1;
-}
-
-int FailingList(const char*, int, int (*)(const char*, int), glob_t*) {
-  ++s_calls;
-  return GLOB_ABORTED;
-}
+const SysFailure<kRename> FailingRename{s_calls, Errno(EXDEV), -1};
+const SysFailure<kRemove> FailingRemove{s_calls, Errno(EACCES), -1};
+const SysFailure<kMkdir> FailingMkdir{s_calls, Errno(ENOSPC), -1};
+const SysFailure<kMkdir> ExistingMkdir{s_calls, Errno(EEXIST), -1};
+const SysFailure<kRmdir> FailingRmdir{s_calls, Errno(EBUSY), -1};
+const SysFailure<kSetTimes> FailingSetTimes{s_calls, Errno(EPERM), -1};
+const SysFailure<kExamine> FailingExamine{s_calls, Errno(EACCES), -1};
+// The expansion reports its error as its result.
+const SysFailure<kList> FailingList{s_calls, ResultOnly(), GLOB_ABORTED};
 
 // Expands for real and then reports running out of memory, keeping the
 // partial result as the system's expansion may: it must still be released.
@@ -293,7 +158,7 @@ class FileFaultTest : public FileTest {
 TEST_F(FileFaultTest, FailingOpenGivesFalseAndLeavesTheFileClosed) {
   TFile file;
   {
-    ScopedSysCall failing(kOpen, FailingOpen);
+    ScopedSysCall failing(FailingOpen);
     EXPECT_FALSE(file.Open(Data(), TFile::kOpenRead, false));
     EXPECT_FALSE(file.Open(B(At("new")), TFile::kOpenWrite, true));
   }
@@ -312,7 +177,7 @@ TEST_F(FileFaultTest, FailingFstatAfterOpenClosesTheStreamAndKeepsItsError) {
 #if !defined(_WIN32)
   TFile file;
   {
-    ScopedSysCall failing(&SSysCalls::fstat, FailingFstat);
+    ScopedSysCall failing(FailingFstat);
     ScopedSysCall counting(&SSysCalls::fclose, CountingFclose);
     errno = 0;
     EXPECT_FALSE(file.Open(Data(), TFile::kOpenRead, false));
@@ -329,7 +194,7 @@ TEST_F(FileFaultTest, FailingFreadGivesZeroAndAShortReadItsCount) {
   ASSERT_TRUE(file.Open(Data(), TFile::kOpenRead, false));
   char buffer[10] = {};
   {
-    ScopedSysCall failing(&SSysCalls::fread, FailingFread);
+    ScopedSysCall failing(FailingFread);
     EXPECT_EQ(file.Read(buffer, sizeof buffer), 0u);
   }
   {
@@ -345,7 +210,7 @@ TEST_F(FileFaultTest, FailingFwriteGivesZeroAndAShortWriteItsCount) {
   TFile file;
   ASSERT_TRUE(file.Open(B(At("out")), TFile::kOpenWrite, true));
   {
-    ScopedSysCall failing(&SSysCalls::fwrite, FailingFwrite);
+    ScopedSysCall failing(FailingFwrite);
     EXPECT_EQ(file.Write("abcdef", 6), 0u);
   }
   {
@@ -362,7 +227,7 @@ TEST_F(FileFaultTest, FailingFflushGivesFalse) {
   ASSERT_TRUE(file.Open(B(At("out")), TFile::kOpenWrite, true));
   ASSERT_EQ(file.Write("x", 1), 1u);
   {
-    ScopedSysCall failing(&SSysCalls::fflush, FailingFflush);
+    ScopedSysCall failing(FailingFflush);
     EXPECT_FALSE(file.Flush());
   }
   EXPECT_EQ(s_calls, 1);
@@ -387,7 +252,7 @@ TEST_F(FileFaultTest, FailingSeekFailsSetPositionSetLengthAndGetLength) {
   ASSERT_TRUE(file.Open(Data(), TFile::kOpenRead, false));
   ASSERT_TRUE(file.SetPosition(4, 0));
   {
-    ScopedSysCall failing(kSeek, FailingSeek);
+    ScopedSysCall failing(FailingSeek);
     EXPECT_FALSE(file.SetPosition(2, 0));
     EXPECT_FALSE(file.SetPosition(1, 1));
     EXPECT_FALSE(file.SetPosition(-1, 2));
@@ -416,7 +281,7 @@ TEST_F(FileFaultTest, FailingTellGivesZeroPositionAndLength) {
   ASSERT_TRUE(file.Open(Data(), TFile::kOpenRead, false));
   ASSERT_TRUE(file.SetPosition(3, 0));
   {
-    ScopedSysCall failing(kTell, FailingTell);
+    ScopedSysCall failing(FailingTell);
     EXPECT_EQ(file.GetPosition(), 0u);
     EXPECT_EQ(file.GetLength(), 0u);
   }
@@ -426,8 +291,8 @@ TEST_F(FileFaultTest, FailingTellGivesZeroPositionAndLength) {
 
 TEST_F(FileFaultTest, FailingRenameAndRemoveGiveFalseAndChangeNothing) {
   {
-    ScopedSysCall failingRename(kRename, FailingRename);
-    ScopedSysCall failingRemove(kRemove, FailingRemove);
+    ScopedSysCall failingRename(FailingRename);
+    ScopedSysCall failingRemove(FailingRemove);
     EXPECT_FALSE(TFile::Rename(Data(), B(At("moved"))));
     EXPECT_FALSE(TFile::Remove(Data()));
   }
@@ -438,7 +303,7 @@ TEST_F(FileFaultTest, FailingRenameAndRemoveGiveFalseAndChangeNothing) {
 
 TEST_F(FileFaultTest, FailingMakeDirectoryGivesFalseForCreateDirectoryAndCreatePath) {
   {
-    ScopedSysCall failing(kMkdir, FailingMkdir);
+    ScopedSysCall failing(FailingMkdir);
     EXPECT_FALSE(TFile::CreateDirectory(B(At("d"))));
     // Every level is tried, from the deepest up to the first existing
     // ancestor, and the recursion ends there.
@@ -454,7 +319,7 @@ TEST_F(FileFaultTest, FailingMakeDirectoryGivesFalseForCreateDirectoryAndCreateP
 
 TEST_F(FileFaultTest, MakeDirectoryReportingAnExistingEntryCountsAsSuccess) {
   {
-    ScopedSysCall existing(kMkdir, ExistingMkdir);
+    ScopedSysCall existing(ExistingMkdir);
     EXPECT_TRUE(TFile::CreateDirectory(B(At("d"))));
   }
   EXPECT_EQ(s_calls, 1);
@@ -464,8 +329,8 @@ TEST_F(FileFaultTest, MakeDirectoryReportingAnExistingEntryCountsAsSuccess) {
 TEST_F(FileFaultTest, FailingRemoveDirectoryAndSetTimesGiveFalse) {
   ASSERT_TRUE(MakeDir(At("d"), 0700));
   {
-    ScopedSysCall failingRmdir(kRmdir, FailingRmdir);
-    ScopedSysCall failingUtime(kSetTimes, FailingSetTimes);
+    ScopedSysCall failingRmdir(FailingRmdir);
+    ScopedSysCall failingUtime(FailingSetTimes);
     EXPECT_FALSE(TFile::RemoveDirectory(B(At("d"))));
     EXPECT_FALSE(TFile::SetLastWriteTime(Data(), 1000000));
   }
@@ -480,7 +345,7 @@ TEST_F(FileFaultTest, FailingExamineSkipsEntriesSoNothingIsFound) {
   info.size = 77;
   TFileFinder finder;
   {
-    ScopedSysCall failing(kExamine, FailingExamine);
+    ScopedSysCall failing(FailingExamine);
     EXPECT_FALSE(TFile::GetInfo(Data(), info));
     EXPECT_FALSE(finder.Find(B(At("*")).GetString(), false));
     EXPECT_FALSE(finder.Find(B(At("*")).GetString(), true));
@@ -497,7 +362,7 @@ TEST_F(FileFaultTest, FailingExamineInsideARecursiveSearchEndsItCleanly) {
   TFileFinder finder;
   ASSERT_TRUE(finder.Find(B(At("*")).GetString(), true));
   // From now on every entry vanishes: the walk ends without a wrong report.
-  ScopedSysCall failing(kExamine, FailingExamine);
+  ScopedSysCall failing(FailingExamine);
   int more = 0;
   while (finder.FindNext()) ++more;
   EXPECT_EQ(more, 0);
@@ -507,7 +372,7 @@ TEST_F(FileFaultTest, FailingListingFindsNothing) {
   TFileInfo info;
   TFileFinder finder;
   {
-    ScopedSysCall failing(kList, FailingList);
+    ScopedSysCall failing(FailingList);
     // Windows examines a name without wildcards on its own, without listing
     // its folder: there a pattern naming the same file is what is listed.
     EXPECT_FALSE(TFile::GetInfo(B(At(kWindows ? "dat?" : "data")), info));
@@ -540,11 +405,11 @@ TEST_F(FileFaultTest, FailingCallsCombinedWithAllocationFailuresLeakNothing) {
   // A failing system call on the out-of-memory paths too: the first few
   // allocations of each operation fail in turn while the call fails.
 #if defined(_WIN32)
-  ScopedSysCall failingList(kList, FailingList);
+  ScopedSysCall failingList(FailingList);
 #else
   ScopedSysCall failingList(kList, OutOfSpaceGlob);
 #endif
-  ScopedSysCall failingFopen(kOpen, FailingOpen);
+  ScopedSysCall failingFopen(FailingOpen);
   for (long n = 1; n <= 4; ++n) {
     FailNthAllocation(n);
     TFile file;
@@ -559,11 +424,8 @@ TEST_F(FileFaultTest, FailingCallsCombinedWithAllocationFailuresLeakNothing) {
 // --- what only the Windows half calls ------------------------------------------
 
 // Each listing reports its first entry for real, then fails.
-BOOL WINAPI FailingFindNext(HANDLE, WIN32_FIND_DATAW*) {
-  ++s_calls;
-  SetLastError(ERROR_NETNAME_DELETED);
-  return FALSE;
-}
+const SysFailure<&SSysCalls::FindNextFileW> FailingFindNext{
+    s_calls, LastError(ERROR_NETNAME_DELETED), FALSE};
 
 BOOL WINAPI CountingFindClose(HANDLE search) {
   ++s_closes;
@@ -578,18 +440,10 @@ BOOL WINAPI FailingFindClose(HANDLE search) {
   return FALSE;
 }
 
-HANDLE WINAPI FailingCreateFile(const wchar_t*, DWORD, DWORD, SECURITY_ATTRIBUTES*, DWORD, DWORD,
-                                HANDLE) {
-  ++s_calls;
-  SetLastError(ERROR_SHARING_VIOLATION);
-  return INVALID_HANDLE_VALUE;
-}
-
-DWORD WINAPI FailingTempPath(DWORD, wchar_t*) {
-  ++s_calls;
-  SetLastError(ERROR_ENVVAR_NOT_FOUND);
-  return 0;
-}
+const SysFailure<&SSysCalls::CreateFileW> FailingCreateFile{
+    s_calls, LastError(ERROR_SHARING_VIOLATION), INVALID_HANDLE_VALUE};
+const SysFailure<&SSysCalls::GetTempPathW> FailingTempPath{s_calls,
+                                                           LastError(ERROR_ENVVAR_NOT_FOUND), 0};
 
 // Reports a folder longer than the buffer, as the system does with the
 // length the buffer would have needed, and writes nothing.
@@ -612,7 +466,7 @@ TEST_F(FileFaultTest, FailingFindNextEndsTheListingAndClosesTheSearch) {
   ASSERT_TRUE(WriteFile(At("third"), "x"));
   ASSERT_EQ(CountFound(At("*"), false), 3);
   {
-    ScopedSysCall failing(&SSysCalls::FindNextFileW, FailingFindNext);
+    ScopedSysCall failing(FailingFindNext);
     ScopedSysCall counting(&SSysCalls::FindClose, CountingFindClose);
     // Only the entry listed first can be found (none when it is "." or "..").
     EXPECT_LE(CountFound(At("*"), false), 1);
@@ -638,7 +492,7 @@ TEST_F(FileFaultTest, RemovingAFolderThatCannotBeExaminedGivesFalse) {
   // when it is seen to be one.
   ASSERT_TRUE(MakeDir(At("d")));
   {
-    ScopedSysCall failing(kExamine, FailingExamine);
+    ScopedSysCall failing(FailingExamine);
     EXPECT_FALSE(TFile::Remove(B(At("d"))));
   }
   EXPECT_EQ(s_calls, 1);
@@ -652,7 +506,7 @@ TEST_F(FileFaultTest, FailingOpenForSetTimesGivesFalseAndChangesNothing) {
   ASSERT_TRUE(win::LastWriteSeconds(At("data"), before));
   ASSERT_NE(before, 1000000);
   {
-    ScopedSysCall failing(&SSysCalls::CreateFileW, FailingCreateFile);
+    ScopedSysCall failing(FailingCreateFile);
     EXPECT_FALSE(TFile::SetLastWriteTime(Data(), 1000000));
   }
   EXPECT_EQ(s_calls, 1);
@@ -666,7 +520,7 @@ TEST_F(FileFaultTest, FailingOpenForSetTimesGivesFalseAndChangesNothing) {
 
 TEST_F(FileFaultTest, TempDirectoryIsEmptyWhenTheSystemCannotTellItOrItIsTooLong) {
   {
-    ScopedSysCall failing(&SSysCalls::GetTempPathW, FailingTempPath);
+    ScopedSysCall failing(FailingTempPath);
     EXPECT_TRUE(TFile::GetTempDirectory().IsEmpty());
   }
   {

@@ -54,40 +54,17 @@ constexpr auto kOpen = &SSysCalls::LoadLibraryExW;
 constexpr auto kLookup = &SSysCalls::GetProcAddress;
 constexpr auto kClose = &SSysCalls::FreeLibrary;
 
-DWORD WINAPI FailingResolve(const wchar_t*, DWORD, wchar_t*, wchar_t**) {
-  ++s_calls;
-  SetLastError(ERROR_FILENAME_EXCED_RANGE);
-  return 0;
-}
-
-BOOL WINAPI FailingExamine(const wchar_t*, GET_FILEEX_INFO_LEVELS, void*) {
-  ++s_calls;
-  SetLastError(ERROR_ACCESS_DENIED);
-  return FALSE;
-}
-
-HMODULE WINAPI FailingOpen(const wchar_t*, HANDLE, DWORD) {
-  ++s_calls;
-  SetLastError(ERROR_MOD_NOT_FOUND);
-  return nullptr;
-}
+const SysFailure<kResolve> FailingResolve{s_calls, LastError(ERROR_FILENAME_EXCED_RANGE), 0};
+const SysFailure<&SSysCalls::GetFileAttributesExW> FailingExamine{
+    s_calls, LastError(ERROR_ACCESS_DENIED), FALSE};
+const SysFailure<kOpen> FailingOpen{s_calls, LastError(ERROR_MOD_NOT_FOUND), nullptr};
+const SysFailure<kLookup> FailingLookup{s_calls, LastError(ERROR_PROC_NOT_FOUND), nullptr};
+// Fails the close without closing, as a loader that refuses would.
+const SysFailure<kClose> FailingClose{s_calls, LastError(ERROR_INVALID_HANDLE), FALSE};
 
 HMODULE WINAPI CountingOpen(const wchar_t* path, HANDLE reserved, DWORD flags) {
   ++s_opens;
   return OvraTestRealSysCalls()->LoadLibraryExW(path, reserved, flags);
-}
-
-FARPROC WINAPI FailingLookup(HMODULE, const char*) {
-  ++s_calls;
-  SetLastError(ERROR_PROC_NOT_FOUND);
-  return nullptr;
-}
-
-// Fails the close without closing, as a loader that refuses would.
-BOOL WINAPI FailingClose(HMODULE) {
-  ++s_calls;
-  SetLastError(ERROR_INVALID_HANDLE);
-  return FALSE;
 }
 
 // Fails the next s_failingCloses closes without closing, as a loader that
@@ -125,31 +102,16 @@ constexpr auto kOpen = &SSysCalls::dlopen;
 constexpr auto kLookup = &SSysCalls::dlsym;
 constexpr auto kClose = &SSysCalls::dlclose;
 
-char* FailingResolve(const char*, char*) {
-  ++s_calls;
-  errno = ENAMETOOLONG;
-  return nullptr;
-}
-
-void* FailingOpen(const char*, int) {
-  ++s_calls;
-  return nullptr;
-}
+const SysFailure<kResolve> FailingResolve{s_calls, Errno(ENAMETOOLONG), nullptr};
+// The loader keeps its errors for dlerror, not errno: these leave none.
+const SysFailure<kOpen> FailingOpen{s_calls, ResultOnly(), nullptr};
+const SysFailure<kLookup> FailingLookup{s_calls, ResultOnly(), nullptr};
+// Fails the close without closing, as a loader that refuses would.
+const SysFailure<kClose> FailingClose{s_calls, ResultOnly(), -1};
 
 void* CountingOpen(const char* path, int flags) {
   ++s_opens;
   return OvraTestRealSysCalls()->dlopen(path, flags);
-}
-
-void* FailingLookup(void*, const char*) {
-  ++s_calls;
-  return nullptr;
-}
-
-// Fails the close without closing, as a loader that refuses would.
-int FailingClose(void*) {
-  ++s_calls;
-  return -1;
 }
 
 // Fails the next s_failingCloses closes without closing, as a loader that
@@ -223,7 +185,7 @@ TEST_F(LibraryFaultTest, FailingPathResolutionFailsLoadBeforeTheLoaderIsAsked) {
   ASSERT_TRUE(m_library.started());
   {
     TLibrary library;
-    ScopedSysCall failing(kResolve, FailingResolve);
+    ScopedSysCall failing(FailingResolve);
     ScopedSysCall counting(kOpen, CountingOpen);
     EXPECT_FALSE(library.Load(TBstr(Plugin().c_str())));
     EXPECT_EQ(s_calls, 1);
@@ -242,7 +204,7 @@ TEST_F(LibraryFaultTest, FailingExamineOfTheFolderFailsLoadBeforeTheLoaderIsAske
   ASSERT_TRUE(m_library.started());
   {
     TLibrary library;
-    ScopedSysCall failing(&SSysCalls::GetFileAttributesExW, FailingExamine);
+    ScopedSysCall failing(FailingExamine);
     ScopedSysCall counting(kOpen, CountingOpen);
     EXPECT_FALSE(library.Load(TBstr(Plugin().c_str())));
     EXPECT_EQ(TLibrary::LibraryLoad(TBstr(Plugin().c_str())), kInvalidHandleValue);
@@ -260,7 +222,7 @@ TEST_F(LibraryFaultTest, FailingOpenFailsLoadAndLeavesTheObjectUnchanged) {
   {
     TLibrary library;
     {
-      ScopedSysCall failing(kOpen, FailingOpen);
+      ScopedSysCall failing(FailingOpen);
       EXPECT_FALSE(library.Load(TBstr(Plugin().c_str())));
       EXPECT_EQ(TLibrary::LibraryLoad(TBstr(Plugin().c_str())), kInvalidHandleValue);
     }
@@ -278,7 +240,7 @@ TEST_F(LibraryFaultTest, FailingLookupFailsLoadAndClosesTheOpenedLibrary) {
   {
     TLibrary library;
     {
-      ScopedSysCall failing(kLookup, FailingLookup);
+      ScopedSysCall failing(FailingLookup);
       EXPECT_FALSE(library.Load(TBstr(Plugin().c_str())));
     }
     EXPECT_GE(s_calls, 1);
@@ -297,7 +259,7 @@ TEST_F(LibraryFaultTest, FailingLookupMakesGetProcAddressReturnNull) {
     ASSERT_TRUE(library.Load(TBstr(Plugin().c_str())));
     EXPECT_EQ(CallCounter(library, "FaultPluginInits"), 1);
     {
-      ScopedSysCall failing(kLookup, FailingLookup);
+      ScopedSysCall failing(FailingLookup);
       EXPECT_EQ(library.GetProcAddress(TBstr("FaultPluginInits")), nullptr);
     }
     EXPECT_EQ(s_calls, 1);
@@ -313,7 +275,7 @@ TEST_F(LibraryFaultTest, FailingCloseGivesFalseAndKeepsTheLibraryLoaded) {
     TLibrary library;
     ASSERT_TRUE(library.Load(TBstr(Plugin().c_str())));
     {
-      ScopedSysCall failing(kClose, FailingClose);
+      ScopedSysCall failing(FailingClose);
       EXPECT_FALSE(library.Free());
     }
     EXPECT_EQ(s_calls, 1);

@@ -36,10 +36,9 @@ unsigned long s_build = 0;
 constexpr auto kQuery = &SSysCalls::GetVersion;
 using Query = LONG(WINAPI*)(OSVERSIONINFOW*);
 
-LONG WINAPI FailingQuery(OSVERSIONINFOW*) {
-  ++s_calls;
-  return static_cast<LONG>(0xC0000001L);  // the system's status for an unsuccessful call
-}
+// The query reports its error as its result, the system's status for an
+// unsuccessful call.
+const SysFailure<kQuery> FailingQuery{s_calls, ResultOnly(), static_cast<LONG>(0xC0000001L)};
 
 // Reports s_major, s_minor and s_build; the record must say how large it is,
 // as the system requires.
@@ -61,11 +60,7 @@ constexpr const char* kNoReleaseText =
 constexpr auto kQuery = &SSysCalls::uname;
 using Query = int (*)(struct utsname*);
 
-int FailingQuery(struct utsname*) {
-  ++s_calls;
-  errno = EFAULT;
-  return -1;
-}
+const SysFailure<kQuery> FailingQuery{s_calls, Errno(EFAULT), -1};
 
 // Reports s_sysname and s_release, cut to the record's fields as the system's
 // would be, and nothing else.
@@ -102,7 +97,7 @@ TEST(SystemFaultTest, FailingQueryGivesAnEmptyNameAndZeroVersions) {
     info.revision = 9;
     info.reserved = 9;
     {
-      ScopedSysCall failing(kQuery, FailingQuery);
+      ScopedSysCall failing(FailingQuery);
       EXPECT_EQ(OvraGetSystemInfo(&info), 0u);
     }
     EXPECT_EQ(s_calls, 1);
@@ -123,7 +118,7 @@ TEST(SystemFaultTest, FailingQueryWithoutAStartedLibraryDoesNotCrash) {
   s_calls = 0;
   SSystemInfo info;
   info.revision = 5;
-  ScopedSysCall failing(kQuery, FailingQuery);
+  ScopedSysCall failing(FailingQuery);
   EXPECT_EQ(OvraGetSystemInfo(&info), 0u);
   EXPECT_TRUE(info.osName.IsEmpty());
   EXPECT_EQ(info.majorVersion, 0);
@@ -287,7 +282,7 @@ TEST_F(SystemInfoTest, NameReplacesTheOldOne) {
 }
 
 TEST_F(SystemInfoTest, FailingSystemGivesAnEmptyNameAndZerosAndStillReturnsZero) {
-  ScopedSysCall failing(kQuery, FailingQuery);
+  ScopedSysCall failing(FailingQuery);
   SSystemInfo info;
   info.osName = "previous";
   info.majorVersion = 5;

@@ -25,18 +25,12 @@ constexpr auto kCreateThread = &SSysCalls::CreateThread;
 constexpr auto kCreateKey = &SSysCalls::TlsAlloc;
 constexpr auto kDeleteKey = &SSysCalls::TlsFree;
 
-HANDLE WINAPI FailingCreateThread(SECURITY_ATTRIBUTES*, SIZE_T, LPTHREAD_START_ROUTINE, void*,
-                                  DWORD, DWORD*) {
-  ++s_calls;
-  SetLastError(ERROR_NOT_ENOUGH_MEMORY);  // no room for another stack
-  return nullptr;
-}
-
-DWORD WINAPI FailingCreateKey() {
-  ++s_calls;
-  SetLastError(ERROR_NO_MORE_ITEMS);  // every slot of the process is taken
-  return TLS_OUT_OF_INDEXES;
-}
+// No room for another stack.
+const SysFailure<kCreateThread> FailingCreateThread{s_calls, LastError(ERROR_NOT_ENOUGH_MEMORY),
+                                                    nullptr};
+// Every slot of the process is taken.
+const SysFailure<kCreateKey> FailingCreateKey{s_calls, LastError(ERROR_NO_MORE_ITEMS),
+                                              TLS_OUT_OF_INDEXES};
 
 // Releases the slot for real, so that none is lost, and reports a failure.
 BOOL WINAPI FailingDeleteKey(DWORD index) {
@@ -50,15 +44,11 @@ constexpr auto kCreateThread = &SSysCalls::pthread_create;
 constexpr auto kCreateKey = &SSysCalls::pthread_key_create;
 constexpr auto kDeleteKey = &SSysCalls::pthread_key_delete;
 
-int FailingCreateThread(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*) {
-  ++s_calls;
-  return EAGAIN;  // the resource limit on threads is reached
-}
-
-int FailingCreateKey(pthread_key_t*, void (*)(void*)) {
-  ++s_calls;
-  return EAGAIN;  // every key of the process is taken
-}
+// Both give their error as their result, not in errno.
+// The resource limit on threads is reached.
+const SysFailure<kCreateThread> FailingCreateThread{s_calls, ResultOnly(), EAGAIN};
+// Every key of the process is taken.
+const SysFailure<kCreateKey> FailingCreateKey{s_calls, ResultOnly(), EAGAIN};
 
 // Deletes the key for real, so that none is lost, and reports a failure.
 int FailingDeleteKey(pthread_key_t key) {
@@ -84,7 +74,7 @@ TEST_F(ThreadFaultTest, FailingThreadCreationGivesFalseAndLeavesNoHandle) {
   {
     TThread thread;
     {
-      ScopedSysCall failing(kCreateThread, FailingCreateThread);
+      ScopedSysCall failing(FailingCreateThread);
       EXPECT_FALSE(thread.Create(Count, nullptr, false));
     }
     EXPECT_EQ(s_calls, 1);
@@ -105,7 +95,7 @@ TEST_F(ThreadFaultTest, FailingThreadCreationMakesOvraCreateThreadReturnNull) {
   ScopedCountingLibrary library;
   ASSERT_TRUE(library.started());
   {
-    ScopedSysCall failing(kCreateThread, FailingCreateThread);
+    ScopedSysCall failing(FailingCreateThread);
     for (int i = 0; i < 10; ++i) EXPECT_EQ(OvraCreateThread(Count, nullptr, false), nullptr);
   }
   EXPECT_EQ(s_calls, 10);
@@ -117,7 +107,7 @@ TEST_F(ThreadFaultTest, FailingKeyCreationFailsStartUpAndALaterStartUpWorks) {
   Stats().Reset();
   SAllocator allocator = CountingAllocator();
   {
-    ScopedSysCall failing(kCreateKey, FailingCreateKey);
+    ScopedSysCall failing(FailingCreateKey);
     EXPECT_FALSE(OvraInitialize(&allocator));
     EXPECT_FALSE(OvraInitialize(&allocator));
   }
