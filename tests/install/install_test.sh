@@ -47,7 +47,9 @@ else
   test -L "$libdir/libovra.so"                    # development link
   test -e "$libdir/libovra.so.1"                  # soname link
   [ "$(readelf -d "$libdir/libovra.so.1" | sed -n 's/.*SONAME.*\[\(.*\)\]/\1/p')" = libovra.so.1 ]
-  run() { LD_LIBRARY_PATH=$libdir "$@"; }
+  # The program and the pkg-config build find the library through their
+  # run path, so nothing is added to the loader's search here.
+  run() { "$@"; }
   exe=
 fi
 test -f "$prefix/include/ovra/Ovra.h"
@@ -75,7 +77,7 @@ else
   cmake -S "$source_dir" -B "$work/cmake-build" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 fi
 cmake --build "$work/cmake-build" >/dev/null
-run "$work/cmake-build/consumer$exe"
+LD_LIBRARY_PATH=$libdir run "$work/cmake-build/consumer$exe"
 
 # 2. pkg-config
 export PKG_CONFIG_PATH=$libdir/pkgconfig
