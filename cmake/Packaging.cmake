@@ -6,17 +6,20 @@
 # locate the tree from their own place, and ovra.exe finds ovra.dll beside
 # it. Run `cpack` in the build folder; the install test does it and builds an
 # outside program against the unpacked archive.
+
+# What every package shares: its name, version, where CPack puts it, and
+# installed binaries that lose their symbols (the build keeps its own copy).
+set(CPACK_PACKAGE_NAME ovra)
+set(CPACK_PACKAGE_VENDOR "Ovra developers")
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_PACKAGE_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/packages)
+set(CPACK_STRIP_FILES ON)
+
 if(WIN32)
   install(FILES ${PROJECT_SOURCE_DIR}/cmake/debian/copyright
           DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/ovra COMPONENT runtime)
   set(CPACK_GENERATOR ZIP)
-  set(CPACK_PACKAGE_NAME ovra)
-  set(CPACK_PACKAGE_VENDOR "Ovra developers")
-  set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
   set(CPACK_PACKAGE_FILE_NAME ovra-${PROJECT_VERSION}-win64)
-  set(CPACK_PACKAGE_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/packages)
-  # The DLL and the program lose their symbols, as in the Debian packages.
-  set(CPACK_STRIP_FILES ON)
   include(CPack)
   return()
 endif()
@@ -78,14 +81,8 @@ if(OVRA_GZIP)
 endif()
 
 set(CPACK_GENERATOR DEB)
-set(CPACK_PACKAGE_NAME ovra)
-set(CPACK_PACKAGE_VENDOR "Ovra developers")
-set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_CONTACT "${OVRA_PACKAGE_MAINTAINER}")
 set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
-set(CPACK_PACKAGE_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/packages)
-# Installed binaries lose their symbols (the build keeps its own copy).
-set(CPACK_STRIP_FILES ON)
 # Manual pages are compressed in the staged files, as Debian wants them.
 set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/debian/compress-manpages.cmake)
 set(CPACK_COMPONENTS_ALL runtime development tools)
